@@ -1,0 +1,62 @@
+#include "metermanager.h"
+
+#include "clocktimer.h"
+#include "configurationmanager.h"
+
+#include <QDebug>
+#include <QtGlobal>
+
+#include <systemd/sd-daemon.h>
+
+namespace {
+
+// The unit's WatchdogSec must be longer than this.
+constexpr int watchdogIntervalMs = 45000;
+
+const char *const platformOption = "--platform=";
+
+} // namespace
+
+MeterManager::MeterManager(QObject *parent)
+    : QObject(parent)
+    , _watchdogTimer(new ClockTimer(this))
+{
+    _watchdogTimer->setInterval(watchdogIntervalMs);
+    _watchdogTimer->setSingleShot(true);
+    connect(_watchdogTimer, &ClockTimer::timeout, this, &MeterManager::_notifyWatchdog);
+}
+
+MeterManager::~MeterManager()
+{
+    _watchdogTimer->deleteLater();
+}
+
+int MeterManager::start(
+    const QStringList &arguments, const QSharedPointer<ConfigurationManager> &configuration)
+{
+    Q_UNUSED(configuration)
+    // platform.ini has been read already; the option only tells later readers of the variable.
+    for (const QString &argument : arguments) {
+        if (argument.startsWith(QLatin1String(platformOption)))
+            qputenv("CM_PLATFORMINI", argument.mid(int(strlen(platformOption))).toLatin1());
+    }
+
+    qInfo() << "MeterManager, Version " << METERD_VERSION;
+    qInfo() << "Built with Qt"
+            << "6.5.1"
+            << "running on" << qVersion();
+
+    startWatchdog();
+    return Started;
+}
+
+void MeterManager::startWatchdog()
+{
+    _watchdogTimer->start();
+}
+
+void MeterManager::_notifyWatchdog()
+{
+    sd_notifyf(0, "WATCHDOG=1\n");
+    _watchdogTimer->start();
+}

@@ -1,0 +1,3 @@
+#include "configlogging.h"
+
+Q_LOGGING_CATEGORY(lcConfig, "config", QtDebugMsg)
