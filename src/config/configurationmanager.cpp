@@ -3,6 +3,7 @@
 #include "configlogging.h"
 #include "cxutil.h"
 #include "firmwareenvironmentutil.h"
+#include "inifile.h"
 #include "pathoverride.h"
 
 #include <QDebug>
@@ -17,8 +18,9 @@ QSettings *openIni(const QString &path, QObject *parent, bool *ok)
     *ok = false;
     if (!QFile::exists(path))
         return nullptr;
-    auto *settings = new QSettings(path, QSettings::IniFormat, parent);
-    *ok = settings->status() == QSettings::NoError;
+    QSettings::Status status = QSettings::NoError;
+    QSettings *settings = IniFile::open(path, parent, &status);
+    *ok = status == QSettings::NoError;
     return settings;
 }
 

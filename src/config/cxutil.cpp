@@ -1,12 +1,15 @@
 #include "cxutil.h"
 
 #include "configurationmanager.h"
+#include "inifile.h"
 #include "pathoverride.h"
 
 #include <QDebug>
 #include <QFile>
 #include <QHostAddress>
 #include <QSettings>
+
+#include <memory>
 
 namespace {
 
@@ -54,50 +57,52 @@ QList<ModbusPath> CxUtil::requiredFeedbackMeters()
 
 QList<QString> CxUtil::_requiredTCPFeedbackMeters(const QString &path)
 {
-    QSettings file(path, QSettings::IniFormat);
-    if (file.status() != QSettings::NoError) {
+    QSettings::Status status = QSettings::NoError;
+    const std::unique_ptr<QSettings> file(IniFile::open(path, nullptr, &status));
+    if (status != QSettings::NoError) {
         qCritical() << tcpSignature << "Could not open CORVIX configuration:" << path;
         return {};
     }
 
     QList<QString> addresses;
-    const QStringList groups = file.childGroups();
+    const QStringList groups = file->childGroups();
     for (const QString &group : groups) {
-        file.beginGroup(group);
-        if (file.contains(QStringLiteral("meter"))) {
+        file->beginGroup(group);
+        if (file->contains(QStringLiteral("meter"))) {
             const QStringList parts
-                = file.value(QStringLiteral("meter")).toString().split(QLatin1Char('/'));
+                = file->value(QStringLiteral("meter")).toString().split(QLatin1Char('/'));
             if (parts.size() == 2 && parts.at(0) == QLatin1String("modbus")
                 && !QHostAddress(parts.at(1)).isNull())
                 addresses.append(parts.at(1));
         }
-        file.endGroup();
+        file->endGroup();
     }
     return addresses;
 }
 
 QList<ModbusPath> CxUtil::_requiredFeedbackMeters(const QString &path)
 {
-    QSettings file(path, QSettings::IniFormat);
-    if (file.status() != QSettings::NoError) {
+    QSettings::Status status = QSettings::NoError;
+    const std::unique_ptr<QSettings> file(IniFile::open(path, nullptr, &status));
+    if (status != QSettings::NoError) {
         qCritical() << rtuSignature << "Could not open corvix configuration!";
         return {};
     }
 
     QList<ModbusPath> paths;
-    const QStringList groups = file.childGroups();
+    const QStringList groups = file->childGroups();
     for (const QString &group : groups) {
-        file.beginGroup(group);
-        if (file.contains(QStringLiteral("meter")))
-            appendValidPath(paths, file.value(QStringLiteral("meter")).toString());
+        file->beginGroup(group);
+        if (file->contains(QStringLiteral("meter")))
+            appendValidPath(paths, file->value(QStringLiteral("meter")).toString());
         for (const QString &deprecatedKey :
             { QStringLiteral("gcumeter"), QStringLiteral("meterpath") }) {
-            if (file.contains(deprecatedKey)) {
+            if (file->contains(deprecatedKey)) {
                 qWarning() << rtuSignature << "Deprecated configuration format detected!";
-                appendValidPath(paths, file.value(deprecatedKey).toString());
+                appendValidPath(paths, file->value(deprecatedKey).toString());
             }
         }
-        file.endGroup();
+        file->endGroup();
     }
     return paths;
 }

@@ -54,5 +54,6 @@ QString FirmwareEnvironmentUtil::firmwareVersion()
     QFile file(PathOverride::path("CM_VERSIONFILE", QStringLiteral("/etc/version")));
     if (!file.exists() || !file.open(QIODevice::ReadOnly | QIODevice::Text))
         return QStringLiteral("N/A");
-    return QString::fromUtf8(file.readLine(20).trimmed());
+    // readLine's limit counts a terminating NUL, so 21 keeps the first 20 bytes.
+    return QString::fromUtf8(file.readLine(21).trimmed());
 }

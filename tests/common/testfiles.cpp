@@ -1,0 +1,27 @@
+#include "testfiles.h"
+
+#include <QFile>
+
+QString TestFiles::write(const QString &name, const QByteArray &content)
+{
+    QFile file(_dir.filePath(name));
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        file.write(content);
+    return file.fileName();
+}
+
+ScopedEnvironment::ScopedEnvironment(const char *name, const QString &value)
+    : _name(name)
+    , _wasSet(qEnvironmentVariableIsSet(name))
+    , _previous(qgetenv(name))
+{
+    qputenv(name, value.toLocal8Bit());
+}
+
+ScopedEnvironment::~ScopedEnvironment()
+{
+    if (_wasSet)
+        qputenv(_name, _previous);
+    else
+        qunsetenv(_name);
+}

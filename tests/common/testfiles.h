@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+
+// A temporary directory of configuration files for one test.
+class TestFiles
+{
+public:
+    QString write(const QString &name, const QByteArray &content);
+    QString path(const QString &name) const { return _dir.filePath(name); }
+
+private:
+    QTemporaryDir _dir;
+};
+
+// Sets an environment variable for the lifetime of the object and restores it afterwards.
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment(const char *name, const QString &value);
+    ~ScopedEnvironment();
+
+private:
+    const char *_name;
+    bool _wasSet;
+    QByteArray _previous;
+};
