@@ -30,7 +30,8 @@ void installTerminalPattern()
 
 void installPlainPattern()
 {
-    qSetMessagePattern(QString());
+    // Qt's own default layout, spelled out: an empty pattern would print empty lines.
+    qSetMessagePattern(QStringLiteral("%{if-category}%{category}: %{endif}%{message}"));
 }
 
 } // namespace MessagePattern

@@ -1,0 +1,142 @@
+// metersim plays Carlo Gavazzi energy meters as Modbus RTU slaves, several slave ids on one
+// serial line, so that meterd can be tested and shown without hardware.
+//
+// Command line:
+//   metersim (--pty LINK | --device PATH) [--meter ID:MODEL[:SERIAL]]... [--scenario FILE]
+//            [--verbose]
+//   --pty LINK      make a pseudo-terminal pair, serve on its master side, point LINK at its
+//                   slave side (an old symlink there is replaced, and removed again on exit)
+//   --device PATH   serve on an existing serial device or pty end, raw 9600 8N1
+//   --meter         a meter with default values; MODEL is EM340, EM111, EM210, EM24 or EM26
+//   --verbose       log every request (category "metersim", debug level) on stderr
+//
+// stdout carries "ready <LINK or PATH>" once serving, then one answer per command on stdin:
+// "ok" or "error <reason>". Commands, one per line:
+//   fault ID none|silent|slow|exception|frozen
+//   gone ID                 same as fault ID silent
+//   back ID                 same as fault ID none
+//   set ID KEY VALUE        KEY as in a scenario file (not model or fault)
+//   quit
+// End of stdin does not stop the simulator; SIGTERM, SIGINT and quit do.
+//
+// Faults: silent never answers; slow answers after 800 ms; exception answers every request with
+// exception 04 (slave device failure); frozen answers normally but stops all drift. Without a
+// fault, voltages wander up to 0.3 V around their set value every second and the energy counters
+// follow the power.
+//
+// Scenario file, INI, one group per slave id (1..247), every key but model optional:
+//   [7]
+//   model=EM340             ; EM340 EM111 EM210 EM24 EM26
+//   serial=EM340SIM000007   ; longer than the model's serial registers hold: cut
+//   idcode=341              ; identification code, register 11; default by model
+//   voltage1=230.1          ; V, also voltage2, voltage3
+//   current1=5.2            ; A, also current2, current3
+//   power=-1500.5           ; W, negative when feeding into the grid
+//   powerfactor1=0.98       ; also powerfactor2, powerfactor3
+//   frequency=50.0          ; Hz
+//   energy=1234.5           ; kWh imported
+//   energyexported=12.3     ; kWh exported
+//   year=2021               ; production year register, verbatim; none: register missing
+//   fault=none              ; fault at start
+// A model ignores the values it has no register for.
+
+#include "commandinterpreter.h"
+#include "commandline.h"
+#include "controlchannel.h"
+#include "logging.h"
+#include "meter.h"
+#include "meterbank.h"
+#include "meterspec.h"
+#include "modbusserver.h"
+#include "scenario.h"
+#include "serialline.h"
+#include "signalwatcher.h"
+
+#include <QCoreApplication>
+#include <csignal>
+
+namespace {
+
+void configureLogging(bool verbose)
+{
+    QLoggingCategory::setFilterRules(
+        verbose ? QStringLiteral("metersim.debug=true") : QStringLiteral("metersim.debug=false"));
+}
+
+bool addMeters(const CommandLine &options, MeterBank &bank, QString *error)
+{
+    std::vector<std::unique_ptr<Meter>> meters;
+    for (const QString &spec : options.meters()) {
+        auto meter = MeterSpec::create(spec, error);
+        if (!meter)
+            return false;
+        meters.push_back(std::move(meter));
+    }
+    if (!options.scenario().isEmpty() && !Scenario::load(options.scenario(), &meters, error))
+        return false;
+    for (auto &meter : meters) {
+        const int id = meter->id();
+        if (!bank.add(std::move(meter))) {
+            *error = QStringLiteral("slave id %1 given twice").arg(id);
+            return false;
+        }
+    }
+    return true;
+}
+
+std::unique_ptr<SerialLine> openLine(const CommandLine &options, QString *error)
+{
+    if (options.ptyLink().isEmpty())
+        return SerialLine::openDevice(options.device(), error);
+    return SerialLine::createPty(options.ptyLink(), error);
+}
+
+int fail(const QString &message)
+{
+    qCCritical(lcMeterSim).noquote() << message;
+    return 1;
+}
+
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("metersim"));
+    // A driver that closes our stdout must not kill the simulator in the middle of an answer.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    CommandLine options;
+    QString error;
+    if (!options.process(application, &error))
+        return fail(error);
+    configureLogging(options.verbose());
+
+    MeterBank bank;
+    if (!addMeters(options, bank, &error))
+        return fail(error);
+    SignalWatcher signalWatcher;
+    if (!signalWatcher.watch(&error))
+        return fail(error);
+    const auto line = openLine(options, &error);
+    if (!line)
+        return fail(error);
+
+    ModbusServer server(*line, bank);
+    CommandInterpreter interpreter(bank);
+    ControlChannel control;
+    QObject::connect(&control, &ControlChannel::lineReceived, &interpreter,
+        [&](const QString &command) { control.send(interpreter.execute(command)); });
+    QObject::connect(
+        &interpreter, &CommandInterpreter::quitRequested, &application, &QCoreApplication::quit);
+    QObject::connect(
+        &signalWatcher, &SignalWatcher::terminationRequested, &application, [](int signalNumber) {
+            qCInfo(lcMeterSim) << "quitting on signal" << signalNumber;
+            QCoreApplication::quit();
+        });
+    QObject::connect(
+        &server, &ModbusServer::lineLost, &application, [] { QCoreApplication::exit(1); });
+
+    control.send(QStringLiteral("ready ") + line->name());
+    return application.exec();
+}

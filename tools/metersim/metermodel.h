@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <optional>
+
+namespace MeterModel {
+
+enum Type { EM340, EM111, EM210, EM24, EM26 };
+
+std::optional<Type> fromName(const QString &name);
+QString name(Type model);
+QStringList names();
+
+}
