@@ -2,6 +2,9 @@
 
 #include "clocktimer.h"
 #include "configurationmanager.h"
+#include "modbusmanager.h"
+#include "modbusmeter.h"
+#include "systemmanager.h"
 
 #include <QDebug>
 #include <QtGlobal>
@@ -14,6 +17,15 @@ namespace {
 constexpr int watchdogIntervalMs = 45000;
 
 const char *const platformOption = "--platform=";
+
+ModbusUnitFactory meterFactory()
+{
+    ModbusUnitFactory factory;
+    factory.rtuMeter = [](const RequiredModbusMeter &meter) -> ModbusUnit * {
+        return new ModbusMeter(meter.path.address, meter.type);
+    };
+    return factory;
+}
 
 } // namespace
 
@@ -34,20 +46,34 @@ MeterManager::~MeterManager()
 int MeterManager::start(
     const QStringList &arguments, const QSharedPointer<ConfigurationManager> &configuration)
 {
-    Q_UNUSED(configuration)
-    // platform.ini has been read already; the option only tells later readers of the variable.
-    for (const QString &argument : arguments) {
-        if (argument.startsWith(QLatin1String(platformOption)))
-            qputenv("CM_PLATFORMINI", argument.mid(int(strlen(platformOption))).toLatin1());
-    }
-
+    applyPlatformOptions(arguments);
     qInfo() << "MeterManager, Version " << METERD_VERSION;
     qInfo() << "Built with Qt"
             << "6.5.1"
             << "running on" << qVersion();
 
+    auto *systemManager = new SystemManager(configuration, this);
+    SystemManager::setInstance(systemManager);
+    if (!systemManager->setup()) {
+        qCritical() << "Failed to set up system manager, aborting!";
+        return SystemManagerFailed;
+    }
+
+    // Built now: after the measurement service exists and before readiness is reported.
+    new ModbusManager(*configuration, systemManager->requiredModbusMeters(),
+        configuration->requiredTCPModbusMeters(), meterFactory());
+
     startWatchdog();
     return Started;
+}
+
+void MeterManager::applyPlatformOptions(const QStringList &arguments)
+{
+    // platform.ini has been read already; the option only tells later readers of the variable.
+    for (const QString &argument : arguments) {
+        if (argument.startsWith(QLatin1String(platformOption)))
+            qputenv("CM_PLATFORMINI", argument.mid(int(strlen(platformOption))).toLatin1());
+    }
 }
 
 void MeterManager::startWatchdog()

@@ -26,6 +26,7 @@ public:
     int start(
         const QStringList &arguments, const QSharedPointer<ConfigurationManager> &configuration);
     void startWatchdog();
+    static void applyPlatformOptions(const QStringList &arguments);
 
 private slots:
     void _notifyWatchdog();

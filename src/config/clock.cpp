@@ -3,6 +3,7 @@
 #include "clocktimer.h"
 
 #include <QElapsedTimer>
+#include <QThread>
 
 #include <atomic>
 
@@ -31,4 +32,15 @@ void Clock::advance(qint64 ms)
 {
     offsetMs += ms;
     ClockTimer::rearmAll();
+}
+
+void Clock::sleepMs(qint64 ms)
+{
+    // Short slices so that a test advancing the clock, or a stop request, ends the sleep soon.
+    constexpr qint64 sliceMs = 20;
+    const qint64 deadline = nowMs() + ms;
+    for (qint64 remaining = ms;
+         remaining > 0 && !QThread::currentThread()->isInterruptionRequested();
+         remaining = deadline - nowMs())
+        QThread::msleep(ulong(qMin(remaining, sliceMs)));
 }

@@ -9,4 +9,6 @@ class Clock
 public:
     static qint64 nowMs();
     static void advance(qint64 ms);
+    // Sleeps the calling thread until the clock has moved on by ms, or the thread is asked to stop.
+    static void sleepMs(qint64 ms);
 };

@@ -1,4 +1,5 @@
 #include "notifysocket.h"
+#include "privatebus.h"
 #include "testfiles.h"
 
 #include <QProcess>
@@ -15,52 +16,104 @@ private:
         QByteArray ready;
         qint64 pid = 0;
         QString log;
+        bool exitedByItself = false;
+        int exitCode = -1;
     };
 
-    // Starts meterd on the given files, waits for readiness (or exit), stops it and returns
-    // what it told the service manager and wrote to standard error.
-    static Run run(TestFiles &files, const QStringList &arguments = {})
+    PrivateBus _bus;
+
+    QProcessEnvironment environment(TestFiles &files, const NotifySocket &notify) const
     {
-        NotifySocket notify;
-        QProcess meterd;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert("NOTIFY_SOCKET", notify.path());
+        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", _bus.address());
+        environment.insert("CM_MODBUS_EXT_DEVICE", files.path("ttyModbusExt"));
         environment.insert("CM_PLATFORMINI", files.path("platform.ini"));
         environment.insert("CM_CHARGEMANAGERCONFIG", files.path("chargemanager.ini"));
         environment.insert("CM_PLATFORMCONFIG", files.path("platform.conf"));
         environment.insert("CM_CORVIXINI", files.path("corvix.ini"));
         environment.insert("CM_VERSIONFILE", files.path("version"));
         environment.remove("QT_LOGGING_RULES");
-        meterd.setProcessEnvironment(environment);
+        return environment;
+    }
+
+    // Starts meterd on the given files, waits for readiness or its exit, stops it and returns
+    // what it told the service manager and wrote to standard error.
+    Run run(TestFiles &files, const QStringList &arguments = {}) const
+    {
+        NotifySocket notify;
+        QProcess meterd;
+        meterd.setProcessEnvironment(environment(files, notify));
         meterd.start(METERD_BINARY, arguments);
         Run result;
         if (!meterd.waitForStarted())
             return result;
         result.pid = meterd.processId();
-        result.ready = notify.receive(10000);
+        for (int waited = 0;
+             waited < 100 && result.ready.isEmpty() && meterd.state() == QProcess::Running;
+             ++waited) {
+            result.ready = notify.receive(100);
+            meterd.waitForFinished(0);
+        }
+        result.exitedByItself = meterd.state() == QProcess::NotRunning;
         meterd.terminate();
         meterd.waitForFinished();
+        result.exitCode = meterd.exitCode();
         result.log = QString::fromUtf8(meterd.readAllStandardError());
         return result;
     }
 
-private slots:
-    void normalMode()
+    static void writeNormalConfiguration(TestFiles &files)
     {
-        TestFiles files;
         files.write("platform.ini", "[outlet]\nsize=1\n");
         files.write("chargemanager.ini", "localcontroller=0\n");
         files.write("platform.conf", "serialno=T1\n");
+    }
+
+private slots:
+    void initTestCase() { QVERIFY(_bus.isReady()); }
+
+    void normalMode()
+    {
+        TestFiles files;
+        writeNormalConfiguration(files);
         const Run result = run(files);
-        QCOMPARE(result.ready, QByteArray("READY=1\nSTATUS=Processing requests...\nMAINPID=")
-                                       + QByteArray::number(result.pid));
+        QCOMPARE(result.ready,
+            QByteArray("READY=1\nSTATUS=Processing requests...\nMAINPID=")
+                + QByteArray::number(result.pid));
         const QStringList lines = result.log.split('\n');
-        QVERIFY2(lines.contains("<7>[config] Configuration read successfully"), qPrintable(result.log));
+        QVERIFY2(
+            lines.contains("<7>[config] Configuration read successfully"), qPrintable(result.log));
         QVERIFY(lines.contains("<6>[default] MeterManager, Version  " + QString(METERD_VERSION)));
-        QVERIFY(lines.contains("<6>[default] Built with Qt 6.5.1 running on " + QString(qVersion())));
-        QVERIFY(lines.contains("<6>[default] static QMap<QString, QString> FirmwareEnvironmentUtil::environmentMap() \""
-                               + files.path("platform.conf") + "\""));
+        QVERIFY(
+            lines.contains("<6>[default] Built with Qt 6.5.1 running on " + QString(qVersion())));
+        QVERIFY(lines.contains("<6>[default] static QMap<QString, QString> "
+                               "FirmwareEnvironmentUtil::environmentMap() \""
+            + files.path("platform.conf") + "\""));
+        QVERIFY(lines.contains("<6>[default] Using system bus"));
         QVERIFY(!result.log.contains("PTS mode"));
+    }
+
+    void nameAlreadyTaken()
+    {
+        TestFiles files;
+        writeNormalConfiguration(files);
+        NotifySocket notify;
+        QProcess owner;
+        owner.setProcessEnvironment(environment(files, notify));
+        owner.start(METERD_BINARY);
+        QVERIFY(!notify.receive(10000).isEmpty());
+
+        const Run second = run(files);
+        owner.terminate();
+        owner.waitForFinished();
+        QVERIFY(second.exitedByItself);
+        QCOMPARE(second.exitCode, 0);
+        QCOMPARE(second.ready, QByteArray());
+        QVERIFY2(second.log.contains(
+                     "<3>[config] setup Failed to aquire D-Bus name com.ovra.slavecontroller"),
+            qPrintable(second.log));
+        QVERIFY(second.log.contains("<3>[default] Failed to set up system manager, aborting!"));
     }
 
     void productionTestMode_data()
@@ -83,17 +136,16 @@ private slots:
         files.write("platform.conf", "serialno=T1\n");
         const Run result = run(files);
         QVERIFY(result.ready.startsWith("READY=1\nSTATUS=Processing requests...\nMAINPID="));
-        QVERIFY2(result.log.contains("<3>[config] !!! Could not read configuration, setting unit in PTS mode"),
-                 qPrintable(result.log));
+        QVERIFY2(result.log.contains(
+                     "<3>[config] !!! Could not read configuration, setting unit in PTS mode"),
+            qPrintable(result.log));
         QVERIFY(!result.log.contains("MeterManager, Version"));
     }
 
     void unknownArgumentsAreIgnored()
     {
         TestFiles files;
-        files.write("platform.ini", "[outlet]\nsize=1\n");
-        files.write("chargemanager.ini", "localcontroller=0\n");
-        files.write("platform.conf", "");
+        writeNormalConfiguration(files);
         const Run result = run(files, { "--platform=/nonexistent/platform.ini", "--bogus", "-x" });
         QVERIFY(result.ready.startsWith("READY=1\n"));
         // The option comes after platform.ini was read: this run is still in normal mode.

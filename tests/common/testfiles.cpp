@@ -21,7 +21,7 @@ ScopedEnvironment::ScopedEnvironment(const char *name, const QString &value)
 ScopedEnvironment::~ScopedEnvironment()
 {
     if (_wasSet)
-        qputenv(_name, _previous);
+        qputenv(_name.constData(), _previous);
     else
-        qunsetenv(_name);
+        qunsetenv(_name.constData());
 }

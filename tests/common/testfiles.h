@@ -23,7 +23,7 @@ public:
     ~ScopedEnvironment();
 
 private:
-    const char *_name;
+    QByteArray _name;
     bool _wasSet;
     QByteArray _previous;
 };

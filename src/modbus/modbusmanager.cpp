@@ -1,0 +1,209 @@
+#include "modbusmanager.h"
+
+#include "energymeter.h"
+#include "modbuscontextqueue.h"
+#include "modbuslogging.h"
+#include "modbusunit.h"
+#include "pathoverride.h"
+
+#include <QThread>
+
+#include <cerrno>
+
+namespace {
+
+constexpr quint16 modbusTcpPort = 502;
+constexpr int busyPollIntervalMs = 10;
+constexpr int busyPollLimit = 400;
+constexpr int transferAttempts = 3;
+constexpr int transferPauseMs = 10;
+
+ModbusManager *processManager = nullptr;
+
+} // namespace
+
+ModbusManager::ModbusManager(const ConfigurationManager &configuration,
+    const QList<RequiredModbusMeter> &requiredMeters, const QList<QString> &tcpAddresses,
+    const ModbusUnitFactory &factory, QObject *parent)
+    : QObject(parent)
+    , _configuration(configuration)
+{
+    processManager = this;
+    registerInstance();
+    _createTcpMeters(tcpAddresses, factory);
+    _setupModbusChannel(Channel::External, requiredMeters, factory);
+}
+
+ModbusManager::~ModbusManager()
+{
+    // The daemon never gets here; tests do, and must not leave reader threads running.
+    for (QThread *thread : std::as_const(_threads)) {
+        thread->requestInterruption();
+        thread->quit();
+        thread->wait();
+        delete thread;
+    }
+    qDeleteAll(_queues);
+    qDeleteAll(_ownedUnits);
+    if (processManager == this)
+        processManager = nullptr;
+}
+
+ModbusManager *ModbusManager::instance()
+{
+    return processManager;
+}
+
+QString ModbusManager::devicePath(Channel channel)
+{
+    switch (channel) {
+    case Channel::Internal:
+        return PathOverride::path("CM_MODBUS_OCU_DEVICE", QStringLiteral("/dev/ttyModbusOcu"));
+    case Channel::External:
+        return PathOverride::path("CM_MODBUS_EXT_DEVICE", QStringLiteral("/dev/ttyModbusExt"));
+    case Channel::Invalid:
+        break;
+    }
+    qCCritical(lcModbus) << __func__ << "Incorrect configuration detected. Expect trouble ahead!";
+    return QString();
+}
+
+void ModbusManager::_createTcpMeters(
+    const QList<QString> &addresses, const ModbusUnitFactory &factory)
+{
+    for (const QString &address : addresses) {
+        if (!factory.tcpMeter) {
+            qCWarning(lcModbus) << __func__ << "No Modbus TCP meter support, ignoring meter at"
+                                << address;
+            continue;
+        }
+        _tcpMeters.insert(address, factory.tcpMeter(address, modbusTcpPort));
+    }
+}
+
+void ModbusManager::_setupModbusChannel(Channel channel,
+    const QList<RequiredModbusMeter> &requiredMeters, const ModbusUnitFactory &factory)
+{
+    const QString name = ModbusPath::channelName(channel);
+    qCInfo(lcModbus) << __func__ << "Setting up modbus channel:" << name;
+    auto *queue = new ModbusContextQueue(channel, devicePath(channel), _configuration);
+    _queues.insert(channel, queue);
+
+    for (const RequiredModbusMeter &meter : requiredMeters) {
+        if (meter.path.channel != channel) {
+            qCDebug(lcModbus) << __func__
+                              << "Ignoring meter on different channel:" << meter.path.toString();
+            continue;
+        }
+        qCInfo(lcModbus) << __func__ << "Adding meter for path" << meter.path.toString();
+        ModbusUnit *unit = factory.rtuMeter(meter);
+        _ownedUnits.append(unit);
+        // A second meter at the same address replaces the first in lookups; both are polled.
+        _units[channel].insert(meter.path.address, unit);
+        queue->enqueue(unit);
+    }
+
+    if (_units.value(channel).isEmpty())
+        qCDebug(lcModbus) << __func__ << "No units configured for modbus channel:" << name;
+    qCDebug(lcModbus) << __func__ << "Starting reader thread for modbus channel" << name << "with"
+                      << _units.value(channel).size() << "configured units.";
+
+    auto *thread = new QThread;
+    thread->setObjectName(QStringLiteral("modbus.") + name);
+    queue->moveToThread(thread);
+    connect(thread, &QThread::started, queue, &ModbusContextQueue::process);
+    thread->start(QThread::InheritPriority);
+    _threads.insert(channel, thread);
+}
+
+ModbusUnit *ModbusManager::unit(const ModbusPath &path) const
+{
+    return _units.value(path.channel).value(path.address);
+}
+
+EnergyMeter *ModbusManager::getMeter(const ModbusPath &path)
+{
+    ModbusUnit *found = unit(path);
+    if (found && found->unitType() == 0) {
+        if (auto *meter = dynamic_cast<EnergyMeter *>(found))
+            return meter;
+    }
+    qCWarning(lcModbus) << __func__ << "Failed to get requested Modbus meter at: " << path.address
+                        << "@" << devicePath(path.channel);
+    return nullptr;
+}
+
+EnergyMeter *ModbusManager::getMeter(quint8 address)
+{
+    return getMeter(ModbusPath { Channel::Internal, address });
+}
+
+EnergyMeter *ModbusManager::tcpMeter(const QString &address) const
+{
+    return _tcpMeters.value(address);
+}
+
+bool ModbusManager::_withPausedContext(
+    Channel channel, const std::function<void(modbus_t *)> &transfer)
+{
+    ModbusContextQueue *queue = _queues.value(channel);
+    if (!queue) {
+        qCWarning(lcModbus) << "invalid channel!";
+        return false;
+    }
+    modbus_t *context = queue->context();
+    if (!context) {
+        qCWarning(lcModbus) << "context not valid!";
+        return false;
+    }
+    queue->pause();
+    for (int poll = 0; poll < busyPollLimit && queue->isBusy(); ++poll)
+        QThread::msleep(busyPollIntervalMs);
+    if (queue->isBusy()) {
+        queue->resume();
+        return false;
+    }
+    transfer(context);
+    queue->resume();
+    return true;
+}
+
+bool ModbusManager::_transfer(modbus_t *context, int slave, const std::function<bool()> &attempt)
+{
+    if (!ModbusUnit::selectSlave(context, slave))
+        return false;
+    for (int i = 0; i < transferAttempts; ++i) {
+        QThread::msleep(transferPauseMs);
+        if (attempt())
+            return true;
+    }
+    return false;
+}
+
+bool ModbusManager::writeRegister(Channel channel, int slave, int registerAddress, quint16 value)
+{
+    bool written = false;
+    _withPausedContext(channel, [&](modbus_t *context) {
+        written = _transfer(context, slave,
+            [&] { return modbus_write_register(context, registerAddress, value) != -1; });
+        if (!written)
+            qCWarning(lcModbus) << "could not set register,"
+                                << "errno " << modbus_strerror(errno);
+    });
+    return written;
+}
+
+quint16 ModbusManager::readRegister(Channel channel, int slave, int registerAddress)
+{
+    quint16 value = 0;
+    _withPausedContext(channel, [&](modbus_t *context) {
+        const bool read = _transfer(context, slave,
+            [&] { return modbus_read_registers(context, registerAddress, 1, &value) != -1; });
+        if (!read) {
+            value = 0;
+            qCWarning(lcModbus) << "could not read register for slave id" << slave << " : "
+                                << registerAddress << "errno " << modbus_strerror(errno);
+        }
+    });
+    return value;
+}

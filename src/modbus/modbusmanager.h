@@ -1,0 +1,73 @@
+#pragma once
+
+#include "meterregistry.h"
+#include "requiredmodbusmeter.h"
+
+#include <QList>
+#include <QMap>
+#include <QObject>
+
+#include <functional>
+
+#include <modbus/modbus.h>
+
+class ConfigurationManager;
+class EnergyMeter;
+class ModbusContextQueue;
+class ModbusUnit;
+class QThread;
+
+// Makes the meters that configuration asks for: the Modbus RTU meters of the External channel
+// (the Internal one belongs to the OCU units and is not set up here) and the Modbus TCP
+// meters. The factories keep this transport layer free of the meter models.
+struct ModbusUnitFactory
+{
+    std::function<ModbusUnit *(const RequiredModbusMeter &meter)> rtuMeter;
+    // Empty while the daemon has no Modbus TCP meter model.
+    std::function<EnergyMeter *(const QString &address, quint16 port)> tcpMeter;
+};
+
+// Process-wide owner of everything Modbus: channel devices, the units and their context queues
+// in reader threads of their own, the TCP meters, lookups by path and single-register access.
+class ModbusManager : public QObject, public MeterRegistry
+{
+    Q_OBJECT
+
+public:
+    ModbusManager(const ConfigurationManager &configuration,
+        const QList<RequiredModbusMeter> &requiredMeters, const QList<QString> &tcpAddresses,
+        const ModbusUnitFactory &factory, QObject *parent = nullptr);
+    ~ModbusManager() override;
+
+    static ModbusManager *instance();
+    static QString devicePath(Channel channel);
+
+    EnergyMeter *getMeter(const ModbusPath &path);
+    EnergyMeter *getMeter(quint8 address);
+    EnergyMeter *tcpMeter(const QString &address) const;
+    ModbusUnit *unit(const ModbusPath &path) const;
+    ModbusContextQueue *queue(Channel channel) const { return _queues.value(channel); }
+
+    bool writeRegister(Channel channel, int slave, int registerAddress, quint16 value);
+    quint16 readRegister(Channel channel, int slave, int registerAddress);
+
+    EnergyMeter *meterAt(const ModbusPath &path) override { return getMeter(path); }
+    EnergyMeter *tcpMeterAt(const QString &address) override { return tcpMeter(address); }
+
+private:
+    void _createTcpMeters(const QList<QString> &addresses, const ModbusUnitFactory &factory);
+    void _setupModbusChannel(Channel channel, const QList<RequiredModbusMeter> &requiredMeters,
+        const ModbusUnitFactory &factory);
+    // Pauses the channel's queue and runs the transfer with its context; false when the queue,
+    // its context or the pause could not be had.
+    bool _withPausedContext(Channel channel, const std::function<void(modbus_t *)> &transfer);
+    // Selects the slave, then makes up to three attempts; false when none succeeded.
+    static bool _transfer(modbus_t *context, int slave, const std::function<bool()> &attempt);
+
+    const ConfigurationManager &_configuration;
+    QMap<Channel, QMap<quint8, ModbusUnit *>> _units;
+    QMap<Channel, ModbusContextQueue *> _queues;
+    QMap<Channel, QThread *> _threads;
+    QMap<QString, EnergyMeter *> _tcpMeters;
+    QList<ModbusUnit *> _ownedUnits;
+};

@@ -1,0 +1,246 @@
+#include "configurationmanager.h"
+#include "fakeunit.h"
+#include "logcapture.h"
+#include "modbuscontextqueue.h"
+#include "modbusmanager.h"
+#include "ptypair.h"
+#include "registerslave.h"
+#include "testfiles.h"
+
+#include <QTest>
+
+#include <memory>
+
+// The manager on one end of a pty pair, a libmodbus slave (id 7) on the other.
+class TestModbusManager : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<TestFiles> _files;
+    std::unique_ptr<ConfigurationManager> _configuration;
+    std::unique_ptr<PtyPair> _pty;
+    std::unique_ptr<RegisterSlave> _slave;
+    QList<FakeUnit *> _units;
+
+    std::unique_ptr<ModbusManager> makeManager(
+        const QList<RequiredModbusMeter> &meters, const QList<QString> &tcp = {})
+    {
+        ModbusUnitFactory factory;
+        factory.rtuMeter = [this](const RequiredModbusMeter &meter) {
+            auto *unit = new FakeUnit(meter.path.address);
+            _units.append(unit);
+            return unit;
+        };
+        return std::make_unique<ModbusManager>(*_configuration, meters, tcp, factory);
+    }
+
+    static RequiredModbusMeter external(quint8 address)
+    {
+        return { { Channel::External, address }, 2 };
+    }
+
+private slots:
+    void initTestCase()
+    {
+        _files = std::make_unique<TestFiles>();
+        qputenv("CM_PLATFORMINI", _files->write("platform.ini", "").toLocal8Bit());
+        qputenv("CM_CHARGEMANAGERCONFIG", _files->write("chargemanager.ini", "").toLocal8Bit());
+        qputenv("CM_PLATFORMCONFIG", _files->write("platform.conf", "").toLocal8Bit());
+        _configuration = std::make_unique<ConfigurationManager>();
+    }
+
+    void init()
+    {
+        _units.clear();
+        _pty = std::make_unique<PtyPair>();
+        QVERIFY(_pty->isReady());
+        qputenv("CM_MODBUS_EXT_DEVICE", _pty->first().toLocal8Bit());
+        _slave = std::make_unique<RegisterSlave>(_pty->second(), 7);
+        QVERIFY(_slave->isReady());
+    }
+
+    void cleanup()
+    {
+        _slave.reset();
+        _pty.reset();
+    }
+
+    void devicePath_data()
+    {
+        QTest::addColumn<int>("channel");
+        QTest::addColumn<QString>("variable");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("external built in") << int(Channel::External) << "CM_MODBUS_EXT_DEVICE"
+                                           << ""
+                                           << "/dev/ttyModbusExt";
+        QTest::newRow("internal built in") << int(Channel::Internal) << "CM_MODBUS_OCU_DEVICE"
+                                           << ""
+                                           << "/dev/ttyModbusOcu";
+        QTest::newRow("external override") << int(Channel::External) << "CM_MODBUS_EXT_DEVICE"
+                                           << "/dev/pts/9"
+                                           << "/dev/pts/9";
+        QTest::newRow("internal override") << int(Channel::Internal) << "CM_MODBUS_OCU_DEVICE"
+                                           << "/tmp/ocu"
+                                           << "/tmp/ocu";
+    }
+
+    void devicePath()
+    {
+        QFETCH(int, channel);
+        QFETCH(QString, variable);
+        QFETCH(QString, value);
+        QFETCH(QString, expected);
+        ScopedEnvironment environment(variable.toLatin1().constData(), value);
+        QCOMPARE(ModbusManager::devicePath(Channel(channel)), expected);
+    }
+
+    void invalidChannelHasNoDevice()
+    {
+        LogCapture log;
+        QVERIFY(ModbusManager::devicePath(Channel::Invalid).isEmpty());
+        QCOMPARE(log.count("modbus", QtCriticalMsg,
+                     "devicePath Incorrect configuration detected. Expect trouble ahead!"),
+            1);
+    }
+
+    void setsUpTheExternalChannelOnly()
+    {
+        LogCapture log;
+        auto manager = makeManager({ external(7), { { Channel::Internal, 1 }, 2 }, external(9) });
+        QCOMPARE(_units.size(), 2);
+        QVERIFY(log.contains(
+            "modbus", QtInfoMsg, "_setupModbusChannel Setting up modbus channel: \"External\""));
+        QVERIFY(log.contains("modbus", QtDebugMsg,
+            "_setupModbusChannel Ignoring meter on different channel: \"modbus/2/1\""));
+        QVERIFY(log.contains(
+            "modbus", QtInfoMsg, "_setupModbusChannel Adding meter for path \"modbus/1/9\""));
+        QVERIFY(log.contains("modbus", QtDebugMsg,
+            "Starting reader thread for modbus channel \"External\" with 2 configured units."));
+        QVERIFY(manager->queue(Channel::External));
+        QVERIFY(!manager->queue(Channel::Internal));
+        QCOMPARE(ModbusManager::instance(), manager.get());
+        QTRY_VERIFY(_units.first()->uses > 0);
+    }
+
+    void onlyOtherChannels()
+    {
+        LogCapture log;
+        auto manager
+            = makeManager({ { { Channel::Internal, 1 }, 2 }, { { Channel::Internal, 2 }, 4 } });
+        QCOMPARE(log.count("Ignoring meter on different channel:"), 2);
+        QVERIFY(log.contains(
+            "modbus", QtDebugMsg, "No units configured for modbus channel: \"External\""));
+        QCOMPARE(manager->queue(Channel::External)->unitCount(), 0);
+    }
+
+    void lookups()
+    {
+        auto manager = makeManager({ external(7), external(9) });
+        _units.last()->type = 1;
+        LogCapture log;
+        QCOMPARE(manager->getMeter(ModbusPath { Channel::External, 7 }),
+            static_cast<EnergyMeter *>(_units.first()));
+        QCOMPARE(MeterRegistry::instance()->meterAt({ Channel::External, 7 }),
+            manager->getMeter({ Channel::External, 7 }));
+        QCOMPARE(log.lines().size(), 0);
+
+        QVERIFY(!manager->getMeter(ModbusPath { Channel::External, 9 })); // not an energy meter
+        QVERIFY(!manager->getMeter(ModbusPath { Channel::External, 8 }));
+        QCOMPARE(
+            log.count("modbus", QtWarningMsg,
+                "getMeter Failed to get requested Modbus meter at:  8 @ \"" + _pty->first() + "\""),
+            1);
+        QVERIFY(
+            !manager->getMeter(quint8(7))); // the address-only form looks on the Internal channel
+        QVERIFY(log.contains("modbus", QtWarningMsg, "at:  7 @ \"/dev/ttyModbusOcu\""));
+        QVERIFY(!manager->tcpMeter("192.168.0.10"));
+    }
+
+    void tcpMetersWithoutSupport()
+    {
+        LogCapture log;
+        auto manager = makeManager({}, { "127.0.0.2" });
+        QVERIFY(!manager->tcpMeter("127.0.0.2"));
+        QCOMPARE(log.count("No Modbus TCP meter support"), 1);
+    }
+
+    void registerRoundTrip()
+    {
+        auto manager = makeManager({ external(7) });
+        _slave->setRegister(300, 0);
+        QVERIFY(manager->writeRegister(Channel::External, 7, 300, 4321));
+        QCOMPARE(_slave->registerValue(300), quint16(4321));
+        QCOMPARE(manager->readRegister(Channel::External, 7, 300), quint16(4321));
+        // The queue goes on serving its units afterwards.
+        const int uses = _units.first()->uses;
+        QTRY_VERIFY(_units.first()->uses > uses);
+    }
+
+    void registerFailures_data()
+    {
+        QTest::addColumn<int>("channel");
+        QTest::addColumn<int>("slave");
+        QTest::addColumn<QString>("readMessage");
+        QTest::addColumn<QString>("writeMessage");
+        QTest::addColumn<bool>("traffic");
+        QTest::newRow("absent slave")
+            << int(Channel::External) << 9
+            << "could not read register for slave id 9  :  300 errno  Connection timed out"
+            << "could not set register, errno  Connection timed out" << true;
+        QTest::newRow("address libmodbus refuses")
+            << int(Channel::External) << 300 << "could not read register for slave id 300"
+            << "could not set register," << false;
+        QTest::newRow("channel not set up") << int(Channel::Internal) << 7 << "invalid channel!"
+                                            << "invalid channel!" << false;
+    }
+
+    void registerFailures()
+    {
+        QFETCH(int, channel);
+        QFETCH(int, slave);
+        QFETCH(QString, readMessage);
+        QFETCH(QString, writeMessage);
+        QFETCH(bool, traffic);
+        auto manager = makeManager({});
+        _slave->setRegister(300, 55);
+        LogCapture log;
+        const int requestsBefore = _slave->requestCount();
+        QCOMPARE(manager->readRegister(Channel(channel), slave, 300), quint16(0));
+        QCOMPARE(log.count("modbus", QtWarningMsg, readMessage), 1);
+        log.clear();
+        QVERIFY(!manager->writeRegister(Channel(channel), slave, 300, 1));
+        QCOMPARE(log.count("modbus", QtWarningMsg, writeMessage), 1);
+        QCOMPARE(_slave->registerValue(300), quint16(55));
+        if (!traffic)
+            QCOMPARE(_slave->requestCount(), requestsBefore);
+    }
+
+    void registerHoldingZeroReadsZero()
+    {
+        auto manager = makeManager({});
+        _slave->setRegister(10, 0);
+        LogCapture log;
+        QCOMPARE(manager->readRegister(Channel::External, 7, 10), quint16(0));
+        QCOMPARE(log.count("could not read register"), 0);
+    }
+
+    void busyQueueGivesUpSilently()
+    {
+        auto manager = makeManager({ external(7) });
+        QTRY_VERIFY(_units.first()->uses > 0);
+        _units.first()->blockMs = 6000;
+        QTRY_VERIFY(manager->queue(Channel::External)->isBusy());
+        QTest::qWait(50);
+        LogCapture log;
+        _slave->setRegister(300, 1);
+        QVERIFY(!manager->writeRegister(Channel::External, 7, 300, 99));
+        QCOMPARE(_slave->registerValue(300), quint16(1));
+        QCOMPARE(log.lines().size(), 0);
+        _units.first()->blockMs = 0;
+    }
+};
+
+QTEST_GUILESS_MAIN(TestModbusManager)
+#include "tst_modbusmanager.moc"
