@@ -34,12 +34,11 @@ void FrameReader::feed(const QByteArray &bytes)
     if (_discarding)
         return;
     _buffer += bytes;
+    extractFrames();
     if (_buffer.size() > MaximumFrame) {
         qCDebug(lcMeterSim) << "dropping" << _buffer.size() << "bytes without a frame end";
         discardUntilSilence();
-        return;
     }
-    extractFrames();
 }
 
 // Nothing while more bytes are needed to tell.

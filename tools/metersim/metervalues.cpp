@@ -84,7 +84,7 @@ bool MeterValues::parseIdCode(const QString &text, QString *error)
     return true;
 }
 
-// "none" removes the year register, as on meters made before it existed.
+// "none" takes the year register away, for masters that must cope with meters lacking it.
 bool MeterValues::parseYear(const QString &text, QString *error)
 {
     if (text.compare(u"none", Qt::CaseInsensitive) == 0) {
@@ -100,7 +100,7 @@ bool MeterValues::parseYear(const QString &text, QString *error)
     return true;
 }
 
-// The serial registers have a fixed size, so a longer text is cut like the meter would store it.
+// The serial registers have a fixed size; a longer text is cut so that they keep it.
 void MeterValues::takeSerial(const QString &text)
 {
     const qsizetype capacity = _layout->serialRegisters * 2;
