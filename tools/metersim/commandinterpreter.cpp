@@ -13,9 +13,9 @@ QString failure(const QString &reason)
     return QStringLiteral("error ") + reason;
 }
 
-QString usage(const char *syntax)
+QString usage(const QString &syntax)
 {
-    return failure(QStringLiteral("usage: ") + QLatin1String(syntax));
+    return failure(QStringLiteral("usage: ") + syntax);
 }
 
 }
@@ -32,15 +32,17 @@ QString CommandInterpreter::execute(const QString &line)
     const QString command = words.value(0).toLower();
     if (command == u"fault")
         return words.size() == 3 ? fault(words)
-                                 : usage("fault ID none|silent|slow|exception|frozen");
+                                 : usage(QStringLiteral("fault ID ") + Fault::names().join(u'|'));
     if (command == u"gone")
-        return words.size() == 2 ? setFault(words[1], Fault::Silent) : usage("gone ID");
+        return words.size() == 2 ? setFault(words[1], Fault::Silent)
+                                 : usage(QStringLiteral("gone ID"));
     if (command == u"back")
-        return words.size() == 2 ? setFault(words[1], Fault::None) : usage("back ID");
+        return words.size() == 2 ? setFault(words[1], Fault::None)
+                                 : usage(QStringLiteral("back ID"));
     if (command == u"set")
-        return words.size() >= 4 ? set(words) : usage("set ID KEY VALUE");
+        return words.size() >= 4 ? set(words) : usage(QStringLiteral("set ID KEY VALUE"));
     if (command == u"quit")
-        return words.size() == 1 ? quit() : usage("quit");
+        return words.size() == 1 ? quit() : usage(QStringLiteral("quit"));
     return failure(
         QStringLiteral("unknown command %1 (fault gone back set quit)").arg(words.value(0)));
 }

@@ -46,7 +46,7 @@
 #include "logging.h"
 #include "meter.h"
 #include "meterbank.h"
-#include "meterspec.h"
+#include "meteroption.h"
 #include "modbusserver.h"
 #include "scenario.h"
 #include "serialline.h"
@@ -66,8 +66,8 @@ void configureLogging(bool verbose)
 bool addMeters(const CommandLine &options, MeterBank &bank, QString *error)
 {
     std::vector<std::unique_ptr<Meter>> meters;
-    for (const QString &spec : options.meters()) {
-        auto meter = MeterSpec::create(spec, error);
+    for (const QString &text : options.meters()) {
+        auto meter = MeterOption::create(text, error);
         if (!meter)
             return false;
         meters.push_back(std::move(meter));

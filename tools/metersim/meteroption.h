@@ -6,8 +6,8 @@
 class Meter;
 
 // A meter given on the command line as ID:MODEL[:SERIAL].
-class MeterSpec
+class MeterOption
 {
 public:
-    static std::unique_ptr<Meter> create(const QString &spec, QString *error);
+    static std::unique_ptr<Meter> create(const QString &text, QString *error);
 };

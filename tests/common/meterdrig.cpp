@@ -1,0 +1,75 @@
+#include "meterdrig.h"
+
+#include <QFile>
+
+MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix)
+{
+    _files.write("scenario.ini", scenario);
+    _files.write("corvix.ini", corvix);
+    _files.write("platform.ini", "[outlet]\nsize=0\n");
+    _files.write("chargemanager.ini", "localcontroller=1\n");
+    _files.write("platform.conf", "serialno=RIG\n");
+}
+
+MeterdRig::~MeterdRig()
+{
+    for (QProcess *process : { &_meterd, &_metersim }) {
+        process->terminate();
+        process->waitForFinished();
+    }
+}
+
+bool MeterdRig::start(const QStringList &daemonEnvironment)
+{
+    if (!_bus.isReady())
+        return false;
+
+    const QString device = _files.path("ttyModbusExt");
+    _metersim.start(METERSIM_BINARY, { "--pty", device, "--scenario", _files.path("scenario.ini") });
+    if (!_metersim.waitForStarted() || !_metersim.waitForReadyRead(10000)
+        || !_metersim.readLine().startsWith("ready"))
+        return false;
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("NOTIFY_SOCKET", _notify.path());
+    environment.insert("DBUS_SYSTEM_BUS_ADDRESS", _bus.address());
+    environment.insert("CM_PLATFORMINI", _files.path("platform.ini"));
+    environment.insert("CM_CHARGEMANAGERCONFIG", _files.path("chargemanager.ini"));
+    environment.insert("CM_PLATFORMCONFIG", _files.path("platform.conf"));
+    environment.insert("CM_CORVIXINI", _files.path("corvix.ini"));
+    environment.insert("CM_VERSIONFILE", _files.path("version"));
+    environment.insert("CM_MODBUS_EXT_DEVICE", device);
+    environment.insert("CM_MODBUS_OCU_DEVICE", _files.path("ttyModbusOcu"));
+    environment.remove("QT_LOGGING_RULES");
+    for (const QString &setting : daemonEnvironment)
+        environment.insert(setting.section('=', 0, 0), setting.section('=', 1));
+    _meterd.setProcessEnvironment(environment);
+    _meterd.setStandardErrorFile(_files.path("meterd.log"));
+    _meterd.start(METERD_BINARY, {});
+    return _meterd.waitForStarted() && _notify.receive(10000).startsWith("READY=1");
+}
+
+QString MeterdRig::daemonLog() const
+{
+    QFile log(_files.path("meterd.log"));
+    return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+}
+
+QString MeterdRig::busctl(const QString &method, const QString &signature, const QStringList &arguments) const
+{
+    QStringList command { "--address=" + _bus.address(), "call", "com.ovra.slavecontroller",
+                          "/MeasurementManager", "com.ovra.slavecontroller.MeasurementManager", method };
+    if (!signature.isEmpty())
+        command << signature << arguments;
+    QProcess busctl;
+    busctl.start("busctl", command);
+    busctl.waitForFinished(30000);
+    return QString::fromUtf8(busctl.readAllStandardOutput() + busctl.readAllStandardError()).trimmed();
+}
+
+bool MeterdRig::simulator(const QString &command)
+{
+    _metersim.write(command.toUtf8() + '\n');
+    _metersim.waitForBytesWritten();
+    return _metersim.waitForReadyRead(5000) && _metersim.readLine().trimmed() == "ok";
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "notifysocket.h"
+#include "privatebus.h"
+#include "testfiles.h"
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+// The daemon's main job on a test bench: a private system bus, the meter simulator on one end
+// of a pty pair, and the real meterd on the other, configured by corvix.ini to poll the
+// simulated meters on the External channel.
+class MeterdRig
+{
+public:
+    MeterdRig(const QByteArray &scenario, const QByteArray &corvix);
+    ~MeterdRig();
+
+    // Starts everything and waits for the daemon's readiness; false when a part did not start.
+    bool start(const QStringList &daemonEnvironment = {});
+
+    QString busAddress() const { return _bus.address(); }
+    qint64 daemonPid() const { return _meterd.processId(); }
+    QString daemonLog() const;
+
+    // Calls a method of the measurement service with busctl and returns what it printed, e.g.
+    // "d 230.1"; arguments as busctl takes them after the signature.
+    QString busctl(const QString &method, const QString &signature = QString(),
+                   const QStringList &arguments = {}) const;
+    // Sends a command line to the simulator; true when it answered "ok".
+    bool simulator(const QString &command);
+
+private:
+    TestFiles _files;
+    PrivateBus _bus;
+    NotifySocket _notify;
+    QProcess _metersim;
+    QProcess _meterd;
+};

@@ -1,0 +1,320 @@
+#include "meterdrig.h"
+
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusReply>
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <climits>
+#include <cmath>
+
+namespace {
+
+// Three frozen meters (values do not drift, so they can be compared exactly), one meter that
+// answers its identification but no measurement, and one address where nothing answers.
+const QByteArray scenario = R"(
+[7]
+model=EM340
+serial=EM340SERIAL007
+voltage1=230.1
+voltage2=231.2
+voltage3=229.3
+current1=5.2
+current2=-6.25
+current3=0.125
+power=-1500.5
+powerfactor1=0.98
+powerfactor2=0.5
+powerfactor3=-0.75
+frequency=49.9
+energy=123456.7
+energyexported=12.3
+fault=frozen
+
+[8]
+model=EM111
+serial=EM111SERIAL0089
+voltage1=228.4
+current1=9.876
+power=2254.6
+energy=42.5
+fault=frozen
+
+[9]
+model=EM210
+serial=EM210SN9
+voltage1=232.0
+voltage2=233.0
+voltage3=234.5
+current1=1.5
+current2=2.5
+current3=3.5
+power=1800.0
+energy=777.7
+fault=frozen
+
+[11]
+model=EM111
+idcode=341
+fault=frozen
+)";
+
+const QByteArray corvix = R"(
+[em340]
+meter=modbus/1/7
+[em111]
+meter=modbus/1/8
+[em210]
+meter=modbus/1/9
+[absent]
+meter=modbus/1/10
+[mismatch]
+meter=modbus/1/11
+)";
+
+double number(const QString &reply)
+{
+    // busctl prints "d 230.1", "d nan", "q 1234" or "b true".
+    return reply.section(' ', 1).toDouble();
+}
+
+// Parses busctl's a{sv} output: a{sv} N "key" TYPE value ...
+QVariantMap parseMap(const QString &reply)
+{
+    static const QRegularExpression token(QStringLiteral("\"((?:[^\"\\\\]|\\\\.)*)\"|(\\S+)"));
+    QStringList tokens;
+    for (auto it = token.globalMatch(reply); it.hasNext();) {
+        const QRegularExpressionMatch match = it.next();
+        tokens << (match.capturedStart(1) >= 0 ? match.captured(1) : match.captured(2));
+    }
+    QVariantMap map;
+    for (int i = 2; i + 2 < tokens.size() + 1 && i + 2 <= tokens.size() - 1; i += 3) {
+        const QString &type = tokens.at(i + 1);
+        const QString &value = tokens.at(i + 2);
+        map.insert(tokens.at(i), type == "s" ? QVariant(value) : QVariant(value.toDouble()));
+    }
+    return map;
+}
+
+bool near(double actual, double expected)
+{
+    return std::isnan(expected) ? std::isnan(actual) : std::fabs(actual - expected) < 1e-3 * qMax(1.0, std::fabs(expected));
+}
+
+} // namespace
+
+class TestMeasurementService : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<MeterdRig> _rig;
+
+    QVariantMap values(const QString &path) const { return parseMap(_rig->busctl("metervalues", "s", { path })); }
+
+    void waitConnected(const QString &path)
+    {
+        QTRY_COMPARE_WITH_TIMEOUT(values(path).value("status").toString(), QStringLiteral("Connected"), 20000);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        _rig = std::make_unique<MeterdRig>(scenario, corvix);
+        QVERIFY(_rig->start());
+        waitConnected("modbus/1/7");
+        waitConnected("modbus/1/8");
+        waitConnected("modbus/1/9");
+    }
+
+    void cleanupTestCase() { _rig.reset(); }
+
+    void meterListAndExists()
+    {
+        // Configuration order: corvix.ini's groups come sorted by name.
+        QCOMPARE(_rig->busctl("meterList"),
+                 QStringLiteral("as 5 \"modbus/1/10\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/7\" \"modbus/1/11\""));
+        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/7" }), QStringLiteral("b true"));
+        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/10" }), QStringLiteral("b true"));
+        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/12" }), QStringLiteral("b false"));
+        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/01/7" }), QStringLiteral("b false"));
+    }
+
+    void readings_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QVariantMap>("expected");
+        const double nan = std::nan("");
+        QTest::newRow("EM340") << "modbus/1/7"
+                               << QVariantMap { { "voltage1", 230.1 }, { "voltage2", 231.2 }, { "voltage3", 229.3 },
+                                                { "current1", 5.2 }, { "current2", -6.25 }, { "current3", 0.125 },
+                                                { "power", -1500.5 }, { "power_factor1", 0.98 },
+                                                { "power_factor2", 0.5 }, { "power_factor3", -0.75 },
+                                                { "frequency", 49.9 }, { "total_energy", 123456.7 },
+                                                { "total_energy_exported", 12.3 } };
+        QTest::newRow("EM111") << "modbus/1/8"
+                               << QVariantMap { { "voltage1", 228.4 }, { "voltage2", nan }, { "voltage3", nan },
+                                                { "current1", 9.876 }, { "current2", nan }, { "current3", nan },
+                                                { "power", 2254.6 }, { "power_factor1", nan }, { "frequency", nan },
+                                                { "total_energy", 42.5 }, { "total_energy_exported", 0.0 } };
+        QTest::newRow("EM210") << "modbus/1/9"
+                               << QVariantMap { { "voltage1", 232.0 }, { "voltage2", 233.0 }, { "voltage3", 234.5 },
+                                                { "current1", 1.5 }, { "current2", 2.5 }, { "current3", 3.5 },
+                                                { "power", 1800.0 }, { "power_factor2", nan }, { "frequency", nan },
+                                                { "total_energy", 777.7 }, { "total_energy_exported", 0.0 } };
+    }
+
+    void readings()
+    {
+        QFETCH(QString, path);
+        QFETCH(QVariantMap, expected);
+        const QVariantMap actual = values(path);
+        QCOMPARE(actual.value("status").toString(), QStringLiteral("Connected"));
+        QCOMPARE(actual.value("energymeter_status").toInt(), 0);
+        for (auto it = expected.cbegin(); it != expected.cend(); ++it)
+            QVERIFY2(near(actual.value(it.key()).toDouble(), it.value().toDouble()),
+                     qPrintable(it.key() + " = " + actual.value(it.key()).toString()));
+
+        for (int phase = 1; phase <= 3; ++phase) {
+            const QString n = QString::number(phase);
+            QVERIFY(near(number(_rig->busctl("current", "si", { path, n })), expected.value("current" + n).toDouble()));
+            QVERIFY(near(number(_rig->busctl("voltage", "si", { path, n })), expected.value("voltage" + n).toDouble()));
+        }
+        QVERIFY(near(number(_rig->busctl("power", "s", { path })), expected.value("power").toDouble()));
+        QVERIFY(near(number(_rig->busctl("totalEnergy", "s", { path })), expected.value("total_energy").toDouble()));
+        QVERIFY(number(_rig->busctl("getErrorRate", "s", { path })) < 5.0);
+    }
+
+    void info_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("EM340") << "modbus/1/7" << "s \"EM340:EM340SERIAL007\"";
+        QTest::newRow("EM111 keeps 13 serial bytes") << "modbus/1/8" << "s \"EM111_AV7:EM111SERIAL00\"";
+        QTest::newRow("EM210") << "modbus/1/9" << "s \"EM210:EM210SN9\"";
+        QTest::newRow("absent meter") << "modbus/1/10" << "s \":\"";
+        QTest::newRow("unknown path") << "modbus/1/99" << "s \"N/A\"";
+        QTest::newRow("trafo") << "trafo/1" << "s \"N/A\"";
+    }
+
+    void info()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, expected);
+        QCOMPARE(_rig->busctl("info", "s", { path }), expected);
+    }
+
+    void silentAddress()
+    {
+        const QVariantMap absent = values("modbus/1/10");
+        QCOMPARE(absent.value("status").toString(), QStringLiteral("NotFound"));
+        QCOMPARE(absent.value("energymeter_status").toInt(), -1);
+        QVERIFY(std::isnan(absent.value("current1").toDouble()));
+        // Never identified, so there is no driver whose reads could be counted.
+        QCOMPARE(_rig->busctl("getErrorRate", "s", { "modbus/1/10" }), QStringLiteral("d nan"));
+        QVERIFY(_rig->daemonLog().contains("<3>[modbus.meter] useContext No meter detected: 10"));
+    }
+
+    void everyReadFailing()
+    {
+        // Identified as an EM340, but the registers of that model are missing: every poll makes
+        // three attempts and counts one error.
+        QTRY_VERIFY_WITH_TIMEOUT(!_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).contains("nan"), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).left(9), QStringLiteral("d 33.3333"), 10000);
+        QCOMPARE(values("modbus/1/11").value("status").toString(), QStringLiteral("NotFound"));
+    }
+
+    void registerRoundTrip()
+    {
+        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "7", "4356", "1234" }), QStringLiteral("b true"));
+        QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "7", "4356" }), QStringLiteral("q 1234"));
+        QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "8", "11" }), QStringLiteral("q 101"));
+    }
+
+    void registerCallsToAbsentSlaves()
+    {
+        QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "10", "11" }), QStringLiteral("q 0"));
+        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "10", "1", "1" }), QStringLiteral("b false"));
+        QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "65535", "11" }), QStringLiteral("q 0"));
+        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "248", "1", "1" }), QStringLiteral("b false"));
+        waitConnected("modbus/1/7");
+    }
+
+    void malformedInputGetsNormalReplies()
+    {
+        QDBusConnection bus = QDBusConnection::connectToBus(_rig->busAddress(), "flood");
+        QDBusInterface service("com.ovra.slavecontroller", "/MeasurementManager",
+                               "com.ovra.slavecontroller.MeasurementManager", bus);
+        QVERIFY(service.isValid());
+
+        QStringList paths { "", "/", "//", "modbus", "modbus/", "modbus//", "modbus/1/", "modbus/1/0",
+                            "modbus/1/256", "modbus/1/-1", "modbus/1/99999999999999999999", "modbus/3/7",
+                            "modbus/-1/7", "modbus/1/7/", "modbus/1/7/8", "modbus/::1", "modbus/999.1.1.1",
+                            "trafo", "trafo/x", "pulse/1/2", "NULL:N/A", QString(4096, 'm'),
+                            QString::fromUtf8("modbus/1/\xe2\x82\xac"), "modbus/1/7\n", "modbus\0/1/7" };
+        QRandomGenerator random(20261121);
+        const QString alphabet = QStringLiteral("modbus/0123456789.:-trafopulse ");
+        while (paths.size() < 300) {
+            QString path;
+            for (int i = int(random.bounded(24)); i > 0; --i)
+                path += alphabet.at(int(random.bounded(alphabet.size())));
+            paths << path;
+        }
+
+        for (const QString &path : std::as_const(paths)) {
+            for (const char *method : { "totalEnergy", "power", "getErrorRate", "info", "meterExists", "metervalues" }) {
+                const QDBusMessage reply = service.call(method, path);
+                QVERIFY2(reply.type() == QDBusMessage::ReplyMessage, qPrintable(method + (" " + path)));
+            }
+            QCOMPARE(service.call("current", path, 1).type(), QDBusMessage::ReplyMessage);
+            QCOMPARE(service.call("setDisabled", path, false).type(), QDBusMessage::ReplyMessage);
+        }
+        for (int phase : { 0, 4, -1, INT_MAX, INT_MIN }) {
+            for (const char *method : { "current", "voltage" }) {
+                const QDBusReply<double> reply = service.call(method, "modbus/1/7", phase);
+                QVERIFY(reply.isValid());
+                QVERIFY2(std::isnan(reply.value()), qPrintable(QString::number(phase)));
+            }
+        }
+        QCOMPARE(QDBusReply<double>(service.call("current", "modbus/1/99", 1)).value(), 0.0);
+        QVERIFY(std::isnan(QDBusReply<double>(service.call("getErrorRate", "modbus/1/99")).value()));
+        QVERIFY(QDBusReply<QVariantMap>(service.call("metervalues", "modbus/1/99")).value().isEmpty());
+
+        // Still serving the right values.
+        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.1));
+        QVERIFY(_rig->daemonLog().contains("<3>[measurement.manager] current Incorrect path: \"modbus/1/99\""));
+    }
+
+    void disabledMeterIsNotPolled()
+    {
+        QCOMPARE(_rig->busctl("setDisabled", "sb", { "modbus/1/9", "true" }), QString());
+        QVERIFY(_rig->daemonLog().contains("setDisabled disabling modbus communication for meter at address 9"));
+        QVERIFY(_rig->simulator("set 9 voltage1 240.0"));
+        QTest::qWait(2500);
+        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 232.0));
+        QCOMPARE(_rig->busctl("setDisabled", "sb", { "modbus/1/9", "false" }), QString());
+        QTRY_VERIFY_WITH_TIMEOUT(near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 240.0), 10000);
+    }
+
+    void silentMeterTurnsFaultyAndBack()
+    {
+        QVERIFY(_rig->simulator("gone 8"));
+        QElapsedTimer silence;
+        silence.start();
+        QTRY_COMPARE_WITH_TIMEOUT(values("modbus/1/8").value("status").toString(), QStringLiteral("Faulty"), 40000);
+        // The last answer came at most a poll (about a second) before the silence began.
+        QVERIFY2(silence.elapsed() > 17000 && silence.elapsed() < 26000, qPrintable(QString::number(silence.elapsed())));
+        QVERIFY(std::isnan(number(_rig->busctl("current", "si", { "modbus/1/8", "1" }))));
+
+        QVERIFY(_rig->simulator("back 8"));
+        waitConnected("modbus/1/8");
+        QVERIFY(near(number(_rig->busctl("current", "si", { "modbus/1/8", "1" })), 9.876));
+        QVERIFY(_rig->daemonLog().contains("<4>[meter.modbus.8] _updateStatus Status changed to \"ERROR_CONNECTION\""));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestMeasurementService)
+#include "tst_measurementservice.moc"

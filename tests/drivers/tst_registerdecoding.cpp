@@ -1,0 +1,122 @@
+#include "registerdecoding.h"
+
+#include <QTest>
+
+using Words = QList<quint16>;
+
+class TestRegisterDecoding : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void int32LswFirst_data();
+    void int32LswFirst();
+    void int16_data();
+    void int16();
+    void serialFromRegisters_data();
+    void serialFromRegisters();
+    void nibbleVersion_data();
+    void nibbleVersion();
+};
+
+void TestRegisterDecoding::int32LswFirst_data()
+{
+    QTest::addColumn<Words>("words");
+    QTest::addColumn<qint32>("expected");
+
+    QTest::newRow("low word only") << Words { 2301, 0 } << 2301;
+    QTest::newRow("high word counts 65536") << Words { 0xE240, 0x0001 } << 123456;
+    QTest::newRow("low word above 0x7FFF stays positive") << Words { 0x8000, 0x0000 } << 32768;
+    QTest::newRow("negative, high word 0xFFFF") << Words { 0xFB2E, 0xFFFF } << -1234;
+    QTest::newRow("minus one") << Words { 0xFFFF, 0xFFFF } << -1;
+    QTest::newRow("zero") << Words { 0, 0 } << 0;
+    QTest::newRow("maximum") << Words { 0xFFFF, 0x7FFF } << std::numeric_limits<qint32>::max();
+    QTest::newRow("minimum") << Words { 0x0000, 0x8000 } << std::numeric_limits<qint32>::min();
+}
+
+void TestRegisterDecoding::int32LswFirst()
+{
+    QFETCH(Words, words);
+    QFETCH(qint32, expected);
+
+    QCOMPARE(RegisterDecoding::int32LswFirst(words.constData()), expected);
+}
+
+void TestRegisterDecoding::int16_data()
+{
+    QTest::addColumn<quint16>("word");
+    QTest::addColumn<qint16>("expected");
+
+    QTest::newRow("positive") << quint16(987) << qint16(987);
+    QTest::newRow("negative power factor") << quint16(0xFC25) << qint16(-987);
+    QTest::newRow("zero") << quint16(0) << qint16(0);
+    QTest::newRow("maximum") << quint16(0x7FFF) << qint16(32767);
+    QTest::newRow("minimum") << quint16(0x8000) << qint16(-32768);
+}
+
+void TestRegisterDecoding::int16()
+{
+    QFETCH(quint16, word);
+    QFETCH(qint16, expected);
+
+    QCOMPARE(RegisterDecoding::int16(word), expected);
+}
+
+void TestRegisterDecoding::serialFromRegisters_data()
+{
+    QTest::addColumn<Words>("words");
+    QTest::addColumn<int>("maxBytes");
+    QTest::addColumn<QString>("expected");
+
+    // "AB" lies in one register as 0x4241: low byte first.
+    QTest::newRow("low byte before high byte")
+        << Words { 0x4241, 0x4443 } << 4 << QStringLiteral("ABCD");
+    QTest::newRow("zero bytes in the middle dropped")
+        << Words { 0x3231, 0x0000, 0x3300, 0x0034 } << 8 << QStringLiteral("1234");
+    QTest::newRow("zero padding at the end dropped")
+        << Words { 0x3231, 0x0033, 0x0000 } << 6 << QStringLiteral("123");
+    QTest::newRow("odd limit keeps the low byte of the last register") << Words { 0x4241, 0x4443,
+        0x4645, 0x4847, 0x4A49, 0x4C4B, 0x4E4D } << 13 << QStringLiteral("ABCDEFGHIJKLM");
+    QTest::newRow("limit above the registers reads them all")
+        << Words { 0x4241 } << 13 << QStringLiteral("AB");
+    QTest::newRow("Latin-1 high bytes")
+        << Words { 0xFCE9, 0x00B5 } << 4 << QStringLiteral(u"\u00E9\u00FC\u00B5");
+    QTest::newRow("all zero") << Words { 0, 0, 0 } << 6 << QString();
+    QTest::newRow("no registers") << Words {} << 13 << QString();
+    QTest::newRow("zero limit") << Words { 0x4241 } << 0 << QString();
+    QTest::newRow("negative limit") << Words { 0x4241 } << -1 << QString();
+}
+
+void TestRegisterDecoding::serialFromRegisters()
+{
+    QFETCH(Words, words);
+    QFETCH(int, maxBytes);
+    QFETCH(QString, expected);
+
+    const QString serial
+        = RegisterDecoding::serialFromRegisters(words.constData(), int(words.size()), maxBytes);
+    QCOMPARE(serial, expected);
+    QVERIFY(!serial.contains(QChar(0)));
+}
+
+void TestRegisterDecoding::nibbleVersion_data()
+{
+    QTest::addColumn<quint16>("word");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("one digit each") << quint16(0x1203) << QStringLiteral("v1.2.3");
+    QTest::newRow("patch in decimal") << quint16(0x2110) << QStringLiteral("v2.1.16");
+    QTest::newRow("zero") << quint16(0x0000) << QStringLiteral("v0.0.0");
+    QTest::newRow("all bits set") << quint16(0xFFFF) << QStringLiteral("v15.15.255");
+}
+
+void TestRegisterDecoding::nibbleVersion()
+{
+    QFETCH(quint16, word);
+    QFETCH(QString, expected);
+
+    QCOMPARE(RegisterDecoding::nibbleVersion(word), expected);
+}
+
+QTEST_GUILESS_MAIN(TestRegisterDecoding)
+#include "tst_registerdecoding.moc"
