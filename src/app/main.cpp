@@ -1,6 +1,7 @@
 #include "configurationmanager.h"
 #include "messagepattern.h"
 #include "metermanager.h"
+#include "pts.h"
 
 #include <QCoreApplication>
 #include <QSharedPointer>
@@ -17,7 +18,9 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
 
     auto configuration = QSharedPointer<ConfigurationManager>::create();
-    if (!configuration->isPtsMode()) {
+    if (configuration->isPtsMode()) {
+        new Pts;
+    } else {
         auto *meterManager = new MeterManager;
         switch (meterManager->start(QCoreApplication::arguments(), configuration)) {
         case MeterManager::SystemManagerFailed:

@@ -61,7 +61,8 @@ bool SystemManager::setup()
     auto *measurementManager = new MeasurementManager([this] { return requiredModbusMeters(); },
         [this] { return _configuration->requiredTCPModbusMeters(); });
     new MeasurementManagerAdaptor(measurementManager);
-    if (!bus.registerObject(QLatin1String(objectPath), measurementManager, QDBusConnection::ExportAdaptors)) {
+    if (!bus.registerObject(
+            QLatin1String(objectPath), measurementManager, QDBusConnection::ExportAdaptors)) {
         qCCritical(lcConfig) << __func__ << "Failed to register D-Bus object at" << objectPath;
         return false;
     }

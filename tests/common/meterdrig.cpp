@@ -25,7 +25,8 @@ bool MeterdRig::start(const QStringList &daemonEnvironment)
         return false;
 
     const QString device = _files.path("ttyModbusExt");
-    _metersim.start(METERSIM_BINARY, { "--pty", device, "--scenario", _files.path("scenario.ini") });
+    _metersim.start(
+        METERSIM_BINARY, { "--pty", device, "--scenario", _files.path("scenario.ini") });
     if (!_metersim.waitForStarted() || !_metersim.waitForReadyRead(10000)
         || !_metersim.readLine().startsWith("ready"))
         return false;
@@ -55,16 +56,18 @@ QString MeterdRig::daemonLog() const
     return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
 }
 
-QString MeterdRig::busctl(const QString &method, const QString &signature, const QStringList &arguments) const
+QString MeterdRig::busctl(
+    const QString &method, const QString &signature, const QStringList &arguments) const
 {
     QStringList command { "--address=" + _bus.address(), "call", "com.ovra.slavecontroller",
-                          "/MeasurementManager", "com.ovra.slavecontroller.MeasurementManager", method };
+        "/MeasurementManager", "com.ovra.slavecontroller.MeasurementManager", method };
     if (!signature.isEmpty())
         command << signature << arguments;
     QProcess busctl;
     busctl.start("busctl", command);
     busctl.waitForFinished(30000);
-    return QString::fromUtf8(busctl.readAllStandardOutput() + busctl.readAllStandardError()).trimmed();
+    return QString::fromUtf8(busctl.readAllStandardOutput() + busctl.readAllStandardError())
+        .trimmed();
 }
 
 bool MeterdRig::simulator(const QString &command)

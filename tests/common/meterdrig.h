@@ -29,7 +29,7 @@ public:
     // Calls a method of the measurement service with busctl and returns what it printed, e.g.
     // "d 230.1"; arguments as busctl takes them after the signature.
     QString busctl(const QString &method, const QString &signature = QString(),
-                   const QStringList &arguments = {}) const;
+        const QStringList &arguments = {}) const;
     // Sends a command line to the simulator; true when it answered "ok".
     bool simulator(const QString &command);
 

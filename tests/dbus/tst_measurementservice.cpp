@@ -101,7 +101,9 @@ QVariantMap parseMap(const QString &reply)
 
 bool near(double actual, double expected)
 {
-    return std::isnan(expected) ? std::isnan(actual) : std::fabs(actual - expected) < 1e-3 * qMax(1.0, std::fabs(expected));
+    return std::isnan(expected)
+        ? std::isnan(actual)
+        : std::fabs(actual - expected) < 1e-3 * qMax(1.0, std::fabs(expected));
 }
 
 } // namespace
@@ -113,11 +115,15 @@ class TestMeasurementService : public QObject
 private:
     std::unique_ptr<MeterdRig> _rig;
 
-    QVariantMap values(const QString &path) const { return parseMap(_rig->busctl("metervalues", "s", { path })); }
+    QVariantMap values(const QString &path) const
+    {
+        return parseMap(_rig->busctl("metervalues", "s", { path }));
+    }
 
     void waitConnected(const QString &path)
     {
-        QTRY_COMPARE_WITH_TIMEOUT(values(path).value("status").toString(), QStringLiteral("Connected"), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            values(path).value("status").toString(), QStringLiteral("Connected"), 20000);
     }
 
 private slots:
@@ -136,7 +142,8 @@ private slots:
     {
         // Configuration order: corvix.ini's groups come sorted by name.
         QCOMPARE(_rig->busctl("meterList"),
-                 QStringLiteral("as 5 \"modbus/1/10\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/7\" \"modbus/1/11\""));
+            QStringLiteral("as 5 \"modbus/1/10\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/7\" "
+                           "\"modbus/1/11\""));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/7" }), QStringLiteral("b true"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/10" }), QStringLiteral("b true"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/12" }), QStringLiteral("b false"));
@@ -149,22 +156,25 @@ private slots:
         QTest::addColumn<QVariantMap>("expected");
         const double nan = std::nan("");
         QTest::newRow("EM340") << "modbus/1/7"
-                               << QVariantMap { { "voltage1", 230.1 }, { "voltage2", 231.2 }, { "voltage3", 229.3 },
-                                                { "current1", 5.2 }, { "current2", -6.25 }, { "current3", 0.125 },
-                                                { "power", -1500.5 }, { "power_factor1", 0.98 },
-                                                { "power_factor2", 0.5 }, { "power_factor3", -0.75 },
-                                                { "frequency", 49.9 }, { "total_energy", 123456.7 },
-                                                { "total_energy_exported", 12.3 } };
+                               << QVariantMap { { "voltage1", 230.1 }, { "voltage2", 231.2 },
+                                      { "voltage3", 229.3 }, { "current1", 5.2 },
+                                      { "current2", -6.25 }, { "current3", 0.125 },
+                                      { "power", -1500.5 }, { "power_factor1", 0.98 },
+                                      { "power_factor2", 0.5 }, { "power_factor3", -0.75 },
+                                      { "frequency", 49.9 }, { "total_energy", 123456.7 },
+                                      { "total_energy_exported", 12.3 } };
         QTest::newRow("EM111") << "modbus/1/8"
-                               << QVariantMap { { "voltage1", 228.4 }, { "voltage2", nan }, { "voltage3", nan },
-                                                { "current1", 9.876 }, { "current2", nan }, { "current3", nan },
-                                                { "power", 2254.6 }, { "power_factor1", nan }, { "frequency", nan },
-                                                { "total_energy", 42.5 }, { "total_energy_exported", 0.0 } };
+                               << QVariantMap { { "voltage1", 228.4 }, { "voltage2", nan },
+                                      { "voltage3", nan }, { "current1", 9.876 },
+                                      { "current2", nan }, { "current3", nan }, { "power", 2254.6 },
+                                      { "power_factor1", nan }, { "frequency", nan },
+                                      { "total_energy", 42.5 }, { "total_energy_exported", 0.0 } };
         QTest::newRow("EM210") << "modbus/1/9"
-                               << QVariantMap { { "voltage1", 232.0 }, { "voltage2", 233.0 }, { "voltage3", 234.5 },
-                                                { "current1", 1.5 }, { "current2", 2.5 }, { "current3", 3.5 },
-                                                { "power", 1800.0 }, { "power_factor2", nan }, { "frequency", nan },
-                                                { "total_energy", 777.7 }, { "total_energy_exported", 0.0 } };
+                               << QVariantMap { { "voltage1", 232.0 }, { "voltage2", 233.0 },
+                                      { "voltage3", 234.5 }, { "current1", 1.5 },
+                                      { "current2", 2.5 }, { "current3", 3.5 }, { "power", 1800.0 },
+                                      { "power_factor2", nan }, { "frequency", nan },
+                                      { "total_energy", 777.7 }, { "total_energy_exported", 0.0 } };
     }
 
     void readings()
@@ -176,15 +186,19 @@ private slots:
         QCOMPARE(actual.value("energymeter_status").toInt(), 0);
         for (auto it = expected.cbegin(); it != expected.cend(); ++it)
             QVERIFY2(near(actual.value(it.key()).toDouble(), it.value().toDouble()),
-                     qPrintable(it.key() + " = " + actual.value(it.key()).toString()));
+                qPrintable(it.key() + " = " + actual.value(it.key()).toString()));
 
         for (int phase = 1; phase <= 3; ++phase) {
             const QString n = QString::number(phase);
-            QVERIFY(near(number(_rig->busctl("current", "si", { path, n })), expected.value("current" + n).toDouble()));
-            QVERIFY(near(number(_rig->busctl("voltage", "si", { path, n })), expected.value("voltage" + n).toDouble()));
+            QVERIFY(near(number(_rig->busctl("current", "si", { path, n })),
+                expected.value("current" + n).toDouble()));
+            QVERIFY(near(number(_rig->busctl("voltage", "si", { path, n })),
+                expected.value("voltage" + n).toDouble()));
         }
-        QVERIFY(near(number(_rig->busctl("power", "s", { path })), expected.value("power").toDouble()));
-        QVERIFY(near(number(_rig->busctl("totalEnergy", "s", { path })), expected.value("total_energy").toDouble()));
+        QVERIFY(
+            near(number(_rig->busctl("power", "s", { path })), expected.value("power").toDouble()));
+        QVERIFY(near(number(_rig->busctl("totalEnergy", "s", { path })),
+            expected.value("total_energy").toDouble()));
         QVERIFY(number(_rig->busctl("getErrorRate", "s", { path })) < 5.0);
     }
 
@@ -192,12 +206,18 @@ private slots:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("EM340") << "modbus/1/7" << "s \"EM340:EM340SERIAL007\"";
-        QTest::newRow("EM111 keeps 13 serial bytes") << "modbus/1/8" << "s \"EM111_AV7:EM111SERIAL00\"";
-        QTest::newRow("EM210") << "modbus/1/9" << "s \"EM210:EM210SN9\"";
-        QTest::newRow("absent meter") << "modbus/1/10" << "s \":\"";
-        QTest::newRow("unknown path") << "modbus/1/99" << "s \"N/A\"";
-        QTest::newRow("trafo") << "trafo/1" << "s \"N/A\"";
+        QTest::newRow("EM340") << "modbus/1/7"
+                               << "s \"EM340:EM340SERIAL007\"";
+        QTest::newRow("EM111 keeps 13 serial bytes") << "modbus/1/8"
+                                                     << "s \"EM111_AV7:EM111SERIAL00\"";
+        QTest::newRow("EM210") << "modbus/1/9"
+                               << "s \"EM210:EM210SN9\"";
+        QTest::newRow("absent meter") << "modbus/1/10"
+                                      << "s \":\"";
+        QTest::newRow("unknown path") << "modbus/1/99"
+                                      << "s \"N/A\"";
+        QTest::newRow("trafo") << "trafo/1"
+                               << "s \"N/A\"";
     }
 
     void info()
@@ -222,24 +242,31 @@ private slots:
     {
         // Identified as an EM340, but the registers of that model are missing: every poll makes
         // three attempts and counts one error.
-        QTRY_VERIFY_WITH_TIMEOUT(!_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).contains("nan"), 10000);
-        QTRY_COMPARE_WITH_TIMEOUT(_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).left(9), QStringLiteral("d 33.3333"), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).contains("nan"), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).left(9),
+            QStringLiteral("d 33.3333"), 10000);
         QCOMPARE(values("modbus/1/11").value("status").toString(), QStringLiteral("NotFound"));
     }
 
     void registerRoundTrip()
     {
-        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "7", "4356", "1234" }), QStringLiteral("b true"));
-        QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "7", "4356" }), QStringLiteral("q 1234"));
+        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "7", "4356", "1234" }),
+            QStringLiteral("b true"));
+        QCOMPARE(
+            _rig->busctl("readModbusRegister", "qq", { "7", "4356" }), QStringLiteral("q 1234"));
         QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "8", "11" }), QStringLiteral("q 101"));
     }
 
     void registerCallsToAbsentSlaves()
     {
         QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "10", "11" }), QStringLiteral("q 0"));
-        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "10", "1", "1" }), QStringLiteral("b false"));
-        QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "65535", "11" }), QStringLiteral("q 0"));
-        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "248", "1", "1" }), QStringLiteral("b false"));
+        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "10", "1", "1" }),
+            QStringLiteral("b false"));
+        QCOMPARE(
+            _rig->busctl("readModbusRegister", "qq", { "65535", "11" }), QStringLiteral("q 0"));
+        QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "248", "1", "1" }),
+            QStringLiteral("b false"));
         waitConnected("modbus/1/7");
     }
 
@@ -247,14 +274,14 @@ private slots:
     {
         QDBusConnection bus = QDBusConnection::connectToBus(_rig->busAddress(), "flood");
         QDBusInterface service("com.ovra.slavecontroller", "/MeasurementManager",
-                               "com.ovra.slavecontroller.MeasurementManager", bus);
+            "com.ovra.slavecontroller.MeasurementManager", bus);
         QVERIFY(service.isValid());
 
-        QStringList paths { "", "/", "//", "modbus", "modbus/", "modbus//", "modbus/1/", "modbus/1/0",
-                            "modbus/1/256", "modbus/1/-1", "modbus/1/99999999999999999999", "modbus/3/7",
-                            "modbus/-1/7", "modbus/1/7/", "modbus/1/7/8", "modbus/::1", "modbus/999.1.1.1",
-                            "trafo", "trafo/x", "pulse/1/2", "NULL:N/A", QString(4096, 'm'),
-                            QString::fromUtf8("modbus/1/\xe2\x82\xac"), "modbus/1/7\n", "modbus\0/1/7" };
+        QStringList paths { "", "/", "//", "modbus", "modbus/", "modbus//", "modbus/1/",
+            "modbus/1/0", "modbus/1/256", "modbus/1/-1", "modbus/1/99999999999999999999",
+            "modbus/3/7", "modbus/-1/7", "modbus/1/7/", "modbus/1/7/8", "modbus/::1",
+            "modbus/999.1.1.1", "trafo", "trafo/x", "pulse/1/2", "NULL:N/A", QString(4096, 'm'),
+            QString::fromUtf8("modbus/1/\xe2\x82\xac"), "modbus/1/7\n", "modbus\0/1/7" };
         QRandomGenerator random(20261121);
         const QString alphabet = QStringLiteral("modbus/0123456789.:-trafopulse ");
         while (paths.size() < 300) {
@@ -265,9 +292,11 @@ private slots:
         }
 
         for (const QString &path : std::as_const(paths)) {
-            for (const char *method : { "totalEnergy", "power", "getErrorRate", "info", "meterExists", "metervalues" }) {
+            for (const char *method :
+                { "totalEnergy", "power", "getErrorRate", "info", "meterExists", "metervalues" }) {
                 const QDBusMessage reply = service.call(method, path);
-                QVERIFY2(reply.type() == QDBusMessage::ReplyMessage, qPrintable(method + (" " + path)));
+                QVERIFY2(
+                    reply.type() == QDBusMessage::ReplyMessage, qPrintable(method + (" " + path)));
             }
             QCOMPARE(service.call("current", path, 1).type(), QDBusMessage::ReplyMessage);
             QCOMPARE(service.call("setDisabled", path, false).type(), QDBusMessage::ReplyMessage);
@@ -280,23 +309,28 @@ private slots:
             }
         }
         QCOMPARE(QDBusReply<double>(service.call("current", "modbus/1/99", 1)).value(), 0.0);
-        QVERIFY(std::isnan(QDBusReply<double>(service.call("getErrorRate", "modbus/1/99")).value()));
-        QVERIFY(QDBusReply<QVariantMap>(service.call("metervalues", "modbus/1/99")).value().isEmpty());
+        QVERIFY(
+            std::isnan(QDBusReply<double>(service.call("getErrorRate", "modbus/1/99")).value()));
+        QVERIFY(
+            QDBusReply<QVariantMap>(service.call("metervalues", "modbus/1/99")).value().isEmpty());
 
         // Still serving the right values.
         QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.1));
-        QVERIFY(_rig->daemonLog().contains("<3>[measurement.manager] current Incorrect path: \"modbus/1/99\""));
+        QVERIFY(_rig->daemonLog().contains(
+            "<3>[measurement.manager] current Incorrect path: \"modbus/1/99\""));
     }
 
     void disabledMeterIsNotPolled()
     {
         QCOMPARE(_rig->busctl("setDisabled", "sb", { "modbus/1/9", "true" }), QString());
-        QVERIFY(_rig->daemonLog().contains("setDisabled disabling modbus communication for meter at address 9"));
+        QVERIFY(_rig->daemonLog().contains(
+            "setDisabled disabling modbus communication for meter at address 9"));
         QVERIFY(_rig->simulator("set 9 voltage1 240.0"));
         QTest::qWait(2500);
         QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 232.0));
         QCOMPARE(_rig->busctl("setDisabled", "sb", { "modbus/1/9", "false" }), QString());
-        QTRY_VERIFY_WITH_TIMEOUT(near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 240.0), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 240.0), 10000);
     }
 
     void silentMeterTurnsFaultyAndBack()
@@ -304,15 +338,18 @@ private slots:
         QVERIFY(_rig->simulator("gone 8"));
         QElapsedTimer silence;
         silence.start();
-        QTRY_COMPARE_WITH_TIMEOUT(values("modbus/1/8").value("status").toString(), QStringLiteral("Faulty"), 40000);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            values("modbus/1/8").value("status").toString(), QStringLiteral("Faulty"), 40000);
         // The last answer came at most a poll (about a second) before the silence began.
-        QVERIFY2(silence.elapsed() > 17000 && silence.elapsed() < 26000, qPrintable(QString::number(silence.elapsed())));
+        QVERIFY2(silence.elapsed() > 17000 && silence.elapsed() < 26000,
+            qPrintable(QString::number(silence.elapsed())));
         QVERIFY(std::isnan(number(_rig->busctl("current", "si", { "modbus/1/8", "1" }))));
 
         QVERIFY(_rig->simulator("back 8"));
         waitConnected("modbus/1/8");
         QVERIFY(near(number(_rig->busctl("current", "si", { "modbus/1/8", "1" })), 9.876));
-        QVERIFY(_rig->daemonLog().contains("<4>[meter.modbus.8] _updateStatus Status changed to \"ERROR_CONNECTION\""));
+        QVERIFY(_rig->daemonLog().contains(
+            "<4>[meter.modbus.8] _updateStatus Status changed to \"ERROR_CONNECTION\""));
     }
 };
 
