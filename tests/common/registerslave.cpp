@@ -63,10 +63,10 @@ void RegisterSlave::_serve()
         const int length = modbus_receive(_context, request);
         if (length <= 0)
             continue;
-        ++_requests;
-        if (_fault == Fault::Silent)
+        const Fault fault = ++_requests >= _faultFrom ? _fault.load() : Fault::None;
+        if (fault == Fault::Silent)
             continue;
-        if (_fault == Fault::Exception) {
+        if (fault == Fault::Exception) {
             modbus_reply_exception(_context, request, MODBUS_EXCEPTION_SLAVE_OR_SERVER_FAILURE);
             continue;
         }

@@ -26,6 +26,12 @@ public:
     void removeRegister(int address);
     quint16 registerValue(int address) const;
     void setFault(Fault fault) { _fault = fault; }
+    // The fault applies from the given request on (counted from 1), the ones before are served.
+    void setFault(Fault fault, int fromRequest)
+    {
+        _faultFrom = fromRequest;
+        _fault = fault;
+    }
     // Requests served (answered or refused) so far.
     int requestCount() const { return _requests; }
 
@@ -37,6 +43,7 @@ private:
     std::atomic<bool> _stop { false };
     std::atomic<Fault> _fault { Fault::None };
     std::atomic<int> _requests { 0 };
+    std::atomic<int> _faultFrom { 0 };
     mutable QMutex _mutex;
     QMap<int, quint16> _registers;
     std::thread _thread;
