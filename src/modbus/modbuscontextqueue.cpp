@@ -15,6 +15,8 @@ constexpr qint64 idleSleepMs = 5000;
 constexpr qint64 staleSleepMs = 5000;
 constexpr qint64 stateReportIntervalMs = 900000;
 constexpr int responseTimeoutUs = 500000;
+// Meters are read about once a second; a turn in which none was due rests this long.
+constexpr unsigned long quietTurnSleepMs = 10;
 
 } // namespace
 
@@ -99,10 +101,13 @@ void ModbusContextQueue::_useContext()
     ModbusUnit *unit = _queue.takeFirst();
     if (unit->isDisabled()) {
         _queue.append(unit);
+        _idleIfTurnWasQuiet(false);
         return;
     }
+    const quint64 requestsBefore = unit->requestCount();
     unit->useContext(_context);
     _queue.append(unit);
+    _idleIfTurnWasQuiet(unit->requestCount() != requestsBefore);
 
     int slave = -1;
     if (_context) {
@@ -126,6 +131,18 @@ void ModbusContextQueue::_useContext()
     }
     _recordState(slave, state);
     _reportStates();
+}
+
+void ModbusContextQueue::_idleIfTurnWasQuiet(bool madeRequests)
+{
+    if (madeRequests) {
+        _quietUnits = 0;
+        return;
+    }
+    if (++_quietUnits < _queue.size())
+        return;
+    _quietUnits = 0;
+    QThread::msleep(quietTurnSleepMs);
 }
 
 void ModbusContextQueue::_recordState(int slave, int state)

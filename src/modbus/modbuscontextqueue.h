@@ -47,6 +47,7 @@ public slots:
 private:
     modbus_t *_createContext(const QString &device, const ConfigurationManager &configuration);
     void _useContext();
+    void _idleIfTurnWasQuiet(bool madeRequests);
     void _recordState(int slave, int state);
     void _reportStates();
 
@@ -56,5 +57,6 @@ private:
     Channel _channel;
     modbus_t *_context;
     QMap<int, int> _states;
+    int _quietUnits = 0;
     ElapsedClock _stateReportClock;
 };

@@ -33,6 +33,7 @@ bool ModbusUnit::selectSlave(modbus_t *context, int address)
 
 void ModbusUnit::_pause() const
 {
+    ++_requestCount;
     QThread::msleep(ulong(qMax(_pauseMs.load(), minimumPause.load())));
 }
 

@@ -24,6 +24,9 @@ public:
     // Called by the queue when the unit's values froze.
     virtual void resetStaleValues() = 0;
 
+    // Requests this unit has put on the bus, so the queue can tell a turn without traffic.
+    quint64 requestCount() const { return _requestCount; }
+
     void setPauseMs(int ms) { _pauseMs = ms; }
     int pauseMs() const { return _pauseMs; }
     static int minimumPauseMs();
@@ -39,4 +42,5 @@ private:
     void _pause() const;
 
     std::atomic<int> _pauseMs { 0 };
+    mutable std::atomic<quint64> _requestCount { 0 };
 };
