@@ -2,15 +2,13 @@
 #include "logcapture.h"
 #include "notifysocket.h"
 #include "privatebus.h"
+#include "productiontestdaemon.h"
 #include "pts.h"
 #include "ptypair.h"
 #include "testfiles.h"
 
-#include <QFile>
 #include <QProcess>
 #include <QTest>
-
-#include <memory>
 
 // The loop test as the factory line uses it: the real meterd on an unconfigured unit, called
 // over a private system bus with busctl.
@@ -20,47 +18,6 @@ class TestPts : public QObject
 
 private:
     PrivateBus _bus;
-
-    struct Daemon
-    {
-        TestFiles files;
-        NotifySocket notify;
-        QProcess process;
-        QByteArray ready;
-
-        ~Daemon()
-        {
-            process.terminate();
-            process.waitForFinished();
-        }
-        QString log()
-        {
-            QFile file(files.path("meterd.log"));
-            return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-        }
-    };
-
-    // Starts meterd without chargemanager.ini, so in production-test mode, on the two devices.
-    std::unique_ptr<Daemon> startDaemon(const QString &ocuDevice, const QString &externalDevice)
-    {
-        auto daemon = std::make_unique<Daemon>();
-        daemon->files.write("platform.ini", "[outlet]\nsize=1\n");
-        daemon->files.write("platform.conf", "");
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("NOTIFY_SOCKET", daemon->notify.path());
-        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", _bus.address());
-        environment.insert("CM_PLATFORMINI", daemon->files.path("platform.ini"));
-        environment.insert("CM_CHARGEMANAGERCONFIG", daemon->files.path("chargemanager.ini"));
-        environment.insert("CM_PLATFORMCONFIG", daemon->files.path("platform.conf"));
-        environment.insert("CM_MODBUS_OCU_DEVICE", ocuDevice);
-        environment.insert("CM_MODBUS_EXT_DEVICE", externalDevice);
-        environment.remove("QT_LOGGING_RULES");
-        daemon->process.setProcessEnvironment(environment);
-        daemon->process.setStandardErrorFile(daemon->files.path("meterd.log"));
-        daemon->process.start(METERD_BINARY, {});
-        daemon->ready = daemon->notify.receive(10000);
-        return daemon;
-    }
 
     QString testRs485() const
     {
@@ -80,12 +37,13 @@ private slots:
     {
         PtyPair wire;
         QVERIFY(wire.isReady());
-        auto daemon = startDaemon(wire.first(), wire.second());
-        QVERIFY(daemon->ready.startsWith("READY=1\nSTATUS=Processing requests...\nMAINPID="));
+        ProductionTestDaemon daemon(_bus.address(), wire.first(), wire.second());
+        QVERIFY(
+            daemon.readyMessage().startsWith("READY=1\nSTATUS=Processing requests...\nMAINPID="));
         QCOMPARE(testRs485(), QStringLiteral("b true"));
         QCOMPARE(testRs485(), QStringLiteral("b true"));
-        QCOMPARE(daemon->log().count("<6>[Pts] _ping Ping Pong successful"), 2);
-        QVERIFY(!daemon->log().contains("MeasurementManager"));
+        QCOMPARE(daemon.log().count("<6>[Pts] _ping Ping Pong successful"), 2);
+        QVERIFY(!daemon.log().contains("MeasurementManager"));
     }
 
     void unwiredPortsFail()
@@ -93,13 +51,13 @@ private slots:
         PtyPair ocu;
         PtyPair external;
         QVERIFY(ocu.isReady() && external.isReady());
-        auto daemon = startDaemon(ocu.first(), external.first());
+        ProductionTestDaemon daemon(_bus.address(), ocu.first(), external.first());
         QCOMPARE(testRs485(), QStringLiteral("b false"));
-        QVERIFY2(daemon->log().contains("<3>[Pts] _ping Error in modbus read"),
-            qPrintable(daemon->log()));
+        QVERIFY2(
+            daemon.log().contains("<3>[Pts] _ping Error in modbus read"), qPrintable(daemon.log()));
         // The answering task gives up when no request comes.
         QTRY_VERIFY_WITH_TIMEOUT(
-            daemon->log().contains("<3>[Pts] _pong Error in modbus pong receive"), 5000);
+            daemon.log().contains("<3>[Pts] _pong Error in modbus pong receive"), 5000);
     }
 
     void missingOcuPortFailsEveryCall()
@@ -107,11 +65,11 @@ private slots:
         PtyPair wire;
         QVERIFY(wire.isReady());
         TestFiles absent;
-        auto daemon = startDaemon(absent.path("ttyModbusOcu"), wire.second());
-        QVERIFY(daemon->ready.startsWith("READY=1\n"));
+        ProductionTestDaemon daemon(_bus.address(), absent.path("ttyModbusOcu"), wire.second());
+        QVERIFY(daemon.isReady());
         QCOMPARE(testRs485(), QStringLiteral("b false"));
         QCOMPARE(testRs485(), QStringLiteral("b false"));
-        const QString log = daemon->log();
+        const QString log = daemon.log();
         QCOMPARE(log.count("<3>[Pts] setupMaster Failed to connect master context"), 1);
         QCOMPARE(log.count("Error in modbus read"), 0);
     }

@@ -1,8 +1,7 @@
 #include "meterdrig.h"
-#include "notifysocket.h"
 #include "privatebus.h"
+#include "productiontestdaemon.h"
 #include "ptypair.h"
-#include "testfiles.h"
 
 #include <QDBusConnection>
 #include <QDBusContext>
@@ -248,43 +247,6 @@ public slots:
     void TestRS485() { answer(); }
 };
 
-// meterd in production-test mode (no chargemanager.ini) on two RS-485 devices.
-class ProductionTestDaemon
-{
-public:
-    ProductionTestDaemon(
-        const QString &busAddress, const QString &ocuDevice, const QString &externalDevice)
-    {
-        _files.write("platform.ini", "[outlet]\nsize=1\n");
-        _files.write("platform.conf", "");
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("NOTIFY_SOCKET", _notify.path());
-        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", busAddress);
-        environment.insert("CM_PLATFORMINI", _files.path("platform.ini"));
-        environment.insert("CM_CHARGEMANAGERCONFIG", _files.path("chargemanager.ini"));
-        environment.insert("CM_PLATFORMCONFIG", _files.path("platform.conf"));
-        environment.insert("CM_MODBUS_OCU_DEVICE", ocuDevice);
-        environment.insert("CM_MODBUS_EXT_DEVICE", externalDevice);
-        _process.setProcessEnvironment(environment);
-        _process.setStandardErrorFile(_files.path("meterd.log"));
-        _process.start(METERD_BINARY, {});
-        _ready = _notify.receive(10000).startsWith("READY=1");
-    }
-
-    ~ProductionTestDaemon()
-    {
-        _process.terminate();
-        _process.waitForFinished();
-    }
-
-    bool isReady() const { return _ready; }
-
-private:
-    TestFiles _files;
-    NotifySocket _notify;
-    QProcess _process;
-    bool _ready = false;
-};
 
 class TestMeterctl : public QObject
 {
