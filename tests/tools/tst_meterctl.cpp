@@ -1,3 +1,4 @@
+#include "frozenmeters.h"
 #include "meterdrig.h"
 #include "privatebus.h"
 #include "productiontestdaemon.h"
@@ -21,61 +22,6 @@
 #include <memory>
 
 namespace {
-
-// Frozen meters, so that what meterctl prints can be compared with the scenario exactly.
-const QByteArray scenario = R"(
-[7]
-model=EM340
-serial=EM340SERIAL007
-voltage1=230.1
-voltage2=231.2
-voltage3=229.3
-current1=5.2
-current2=-6.25
-current3=0.125
-power=-1500.5
-powerfactor1=0.98
-powerfactor2=0.5
-powerfactor3=-0.75
-frequency=49.9
-energy=123456.7
-energyexported=12.3
-fault=frozen
-
-[8]
-model=EM111
-serial=EM111SERIAL0089
-voltage1=228.4
-current1=9.876
-power=2254.6
-energy=42.5
-fault=frozen
-
-[9]
-model=EM210
-serial=EM210SN9
-voltage1=232.0
-voltage2=233.0
-voltage3=234.5
-current1=1.5
-current2=2.5
-current3=3.5
-power=1800.0
-energy=777.7
-fault=frozen
-)";
-
-// Address 10 is configured but nobody answers there.
-const QByteArray corvix = R"(
-[em340]
-meter=modbus/1/7
-[em111]
-meter=modbus/1/8
-[em210]
-meter=modbus/1/9
-[absent]
-meter=modbus/1/10
-)";
 
 const double missing = std::numeric_limits<double>::quiet_NaN();
 
@@ -247,7 +193,6 @@ public slots:
     void TestRS485() { answer(); }
 };
 
-
 class TestMeterctl : public QObject
 {
     Q_OBJECT
@@ -306,7 +251,7 @@ private slots:
             "/MeasurementManager", &_fakeMeasurement, QDBusConnection::ExportAllSlots));
         QVERIFY(fake.registerObject("/pts", &_fakePts, QDBusConnection::ExportAllSlots));
 
-        _rig = std::make_unique<MeterdRig>(scenario, corvix);
+        _rig = std::make_unique<MeterdRig>(FrozenMeters::scenario(), FrozenMeters::corvix());
         QVERIFY(_rig->start());
         waitConnected("modbus/1/7");
         waitConnected("modbus/1/8");
