@@ -1,3 +1,4 @@
+#include "daemonenvironment.h"
 #include "notifysocket.h"
 #include "privatebus.h"
 #include "testfiles.h"
@@ -24,17 +25,7 @@ private:
 
     QProcessEnvironment environment(TestFiles &files, const NotifySocket &notify) const
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("NOTIFY_SOCKET", notify.path());
-        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", _bus.address());
-        environment.insert("CM_MODBUS_EXT_DEVICE", files.path("ttyModbusExt"));
-        environment.insert("CM_PLATFORMINI", files.path("platform.ini"));
-        environment.insert("CM_CHARGEMANAGERCONFIG", files.path("chargemanager.ini"));
-        environment.insert("CM_PLATFORMCONFIG", files.path("platform.conf"));
-        environment.insert("CM_CORVIXINI", files.path("corvix.ini"));
-        environment.insert("CM_VERSIONFILE", files.path("version"));
-        environment.remove("QT_LOGGING_RULES");
-        return environment;
+        return daemonEnvironment(files, _bus.address(), notify.path());
     }
 
     // Starts meterd on the given files, waits for readiness or its exit, stops it and returns

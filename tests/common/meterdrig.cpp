@@ -1,5 +1,7 @@
 #include "meterdrig.h"
 
+#include "daemonenvironment.h"
+
 #include <QFile>
 
 MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix)
@@ -19,7 +21,7 @@ MeterdRig::~MeterdRig()
     }
 }
 
-bool MeterdRig::start(const QStringList &daemonEnvironment)
+bool MeterdRig::start(const QStringList &extraEnvironment)
 {
     if (!_bus.isReady())
         return false;
@@ -31,18 +33,9 @@ bool MeterdRig::start(const QStringList &daemonEnvironment)
         || !_metersim.readLine().startsWith("ready"))
         return false;
 
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("NOTIFY_SOCKET", _notify.path());
-    environment.insert("DBUS_SYSTEM_BUS_ADDRESS", _bus.address());
-    environment.insert("CM_PLATFORMINI", _files.path("platform.ini"));
-    environment.insert("CM_CHARGEMANAGERCONFIG", _files.path("chargemanager.ini"));
-    environment.insert("CM_PLATFORMCONFIG", _files.path("platform.conf"));
-    environment.insert("CM_CORVIXINI", _files.path("corvix.ini"));
-    environment.insert("CM_VERSIONFILE", _files.path("version"));
+    QProcessEnvironment environment = daemonEnvironment(_files, _bus.address(), _notify.path());
     environment.insert("CM_MODBUS_EXT_DEVICE", device);
-    environment.insert("CM_MODBUS_OCU_DEVICE", _files.path("ttyModbusOcu"));
-    environment.remove("QT_LOGGING_RULES");
-    for (const QString &setting : daemonEnvironment)
+    for (const QString &setting : extraEnvironment)
         environment.insert(setting.section('=', 0, 0), setting.section('=', 1));
     _meterd.setProcessEnvironment(environment);
     _meterd.setStandardErrorFile(_files.path("meterd.log"));

@@ -20,7 +20,7 @@ public:
     ~MeterdRig();
 
     // Starts everything and waits for the daemon's readiness; false when a part did not start.
-    bool start(const QStringList &daemonEnvironment = {});
+    bool start(const QStringList &extraEnvironment = {});
 
     QString busAddress() const { return _bus.address(); }
     qint64 daemonPid() const { return _meterd.processId(); }

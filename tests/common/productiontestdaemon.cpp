@@ -1,5 +1,7 @@
 #include "productiontestdaemon.h"
 
+#include "daemonenvironment.h"
+
 #include <QFile>
 
 ProductionTestDaemon::ProductionTestDaemon(
@@ -7,15 +9,9 @@ ProductionTestDaemon::ProductionTestDaemon(
 {
     _files.write("platform.ini", "[outlet]\nsize=1\n");
     _files.write("platform.conf", "");
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("NOTIFY_SOCKET", _notify.path());
-    environment.insert("DBUS_SYSTEM_BUS_ADDRESS", busAddress);
-    environment.insert("CM_PLATFORMINI", _files.path("platform.ini"));
-    environment.insert("CM_CHARGEMANAGERCONFIG", _files.path("chargemanager.ini"));
-    environment.insert("CM_PLATFORMCONFIG", _files.path("platform.conf"));
+    QProcessEnvironment environment = daemonEnvironment(_files, busAddress, _notify.path());
     environment.insert("CM_MODBUS_OCU_DEVICE", ocuDevice);
     environment.insert("CM_MODBUS_EXT_DEVICE", externalDevice);
-    environment.remove("QT_LOGGING_RULES");
     _process.setProcessEnvironment(environment);
     _process.setStandardErrorFile(_files.path("meterd.log"));
     _process.start(METERD_BINARY, {});
