@@ -3,3 +3,5 @@
 #include <QLoggingCategory>
 
 Q_DECLARE_LOGGING_CATEGORY(lcModbusMeter)
+Q_DECLARE_LOGGING_CATEGORY(lcModbusMeterTcp)
+Q_DECLARE_LOGGING_CATEGORY(lcModbusDeviceInfo)
