@@ -33,8 +33,8 @@ struct BusCallResult
 {
     int exitCode = -1;
     QString reply; // dbus-send's printed reply
-    QString
-        error; // dbus-send's error line, e.g. "Error org.freedesktop.DBus.Error.AccessDenied: ..."
+    // dbus-send's error line, e.g. "Error org.freedesktop.DBus.Error.AccessDenied: ..."
+    QString error;
 
     bool accessDenied() const
     {
