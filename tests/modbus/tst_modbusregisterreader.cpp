@@ -1,3 +1,4 @@
+#include "fakereaderparent.h"
 #include "logcapture.h"
 #include "modbusreaderparent.h"
 #include "modbusregisterreader.h"
@@ -8,29 +9,6 @@
 #include <cmath>
 
 namespace {
-
-class RecordingParent : public ModbusReaderParent
-{
-public:
-    void useContext(modbus_t *) override { }
-    bool isStale() const override { return false; }
-    bool isFaulty() const override { return false; }
-    int unitType() const override { return 0; }
-    void setDisabled(bool) override { }
-    bool isDisabled() const override { return false; }
-    void resetStaleValues() override { }
-
-    EnergyMeterType energyMeterType() const override { return type; }
-    quint8 modbusAddress() const override { return 3; }
-    void readSucceeded() override { ++successes; }
-    void errorRoutine(const QString &reason) override { reasons.append(reason); }
-    void updateStatic(const QString &, quint32, const QString &, quint32) override { }
-    void publishReading(const MeterReading &) override { }
-
-    EnergyMeterType type = 2;
-    int successes = 0;
-    QStringList reasons;
-};
 
 // A driver whose reads follow a script: each entry is the result of one measurement read.
 class ScriptedReader : public ModbusRegisterReader
@@ -82,21 +60,22 @@ private slots:
         QFETCH(int, requests);
         QFETCH(int, errors);
         QFETCH(int, successes);
-        RecordingParent parent;
+        FakeReaderParent parent;
         ScriptedReader reader(&parent, 3);
         reader.script = script;
         reader.read(nullptr);
         QCOMPARE(int(reader.requests()), requests);
         QCOMPARE(int(reader.errors()), errors);
-        QCOMPARE(parent.successes, successes);
-        QCOMPARE(parent.reasons.size(), errors);
+        QCOMPARE(parent.successCount(), successes);
+        QCOMPARE(parent.errorReasons().size(), errors);
         if (errors)
-            QCOMPARE(parent.reasons.first(), QString::fromLatin1(modbus_strerror(ETIMEDOUT)));
+            QCOMPARE(
+                parent.errorReasons().first(), QString::fromLatin1(modbus_strerror(ETIMEDOUT)));
     }
 
     void errorRate()
     {
-        RecordingParent parent;
+        FakeReaderParent parent;
         ScriptedReader reader(&parent, 3);
         QVERIFY(std::isnan(reader.getErrorRate()));
         for (int poll = 0; poll < 10; ++poll)
@@ -110,7 +89,7 @@ private slots:
 
     void staticReadRetriedUntilItSucceeds()
     {
-        RecordingParent parent;
+        FakeReaderParent parent;
         ScriptedReader reader(&parent, 3);
         reader.staticSucceeds = false;
         reader.script = { true, true, true };
@@ -123,7 +102,7 @@ private slots:
         reader.read(nullptr);
         QCOMPARE(reader.staticReads, 3);
         QVERIFY(reader.staticReadDone());
-        QCOMPARE(parent.successes, 3);
+        QCOMPARE(parent.successCount(), 3);
     }
 
     void rescaleNearOverflow_data()
@@ -155,7 +134,7 @@ private slots:
 
     void tcpOnlyOperations()
     {
-        RecordingParent parent;
+        FakeReaderParent parent;
         ScriptedReader reader(&parent, 3);
         LogCapture log;
         reader.setTCPContext(reinterpret_cast<modbus_t *>(&parent));
@@ -167,7 +146,7 @@ private slots:
                      "startReadTimer parent meter has to be modbus TCP, not starting read timer"),
             1);
 
-        parent.type = 5;
+        parent.setEnergyMeterType(EnergyMeterTypes::ModbusTcp);
         log.clear();
         reader.setTCPContext(nullptr);
         QCOMPARE(

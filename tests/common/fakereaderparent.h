@@ -5,6 +5,8 @@
 #include <QList>
 #include <QMutex>
 
+#include <atomic>
+
 // Stands in for the meter a driver reads for: records what the driver reports and paces
 // requests like a meter does, through the real ModbusUnit helpers.
 class FakeReaderParent : public ModbusReaderParent
@@ -21,6 +23,8 @@ public:
     QList<StaticData> staticUpdates() const;
     QList<MeterReading> readings() const;
     QStringList errorReasons() const;
+    int successCount() const { return _successes; }
+    void setEnergyMeterType(EnergyMeterType type) { _type = type; }
 
     // ModbusUnit
     void useContext(modbus_t *) override { }
@@ -32,9 +36,9 @@ public:
     void resetStaleValues() override { }
 
     // ModbusReaderParent
-    EnergyMeterType energyMeterType() const override { return EnergyMeterTypes::ModbusRtu; }
+    EnergyMeterType energyMeterType() const override { return _type; }
     quint8 modbusAddress() const override { return 0; }
-    void readSucceeded() override { }
+    void readSucceeded() override { ++_successes; }
     void errorRoutine(const QString &reason) override;
     void updateStatic(
         const QString &model, quint32 idCode, const QString &serial, quint32 extra) override;
@@ -45,4 +49,6 @@ private:
     QList<StaticData> _staticUpdates;
     QList<MeterReading> _readings;
     QStringList _errorReasons;
+    std::atomic<int> _successes { 0 };
+    std::atomic<EnergyMeterType> _type { EnergyMeterTypes::ModbusRtu };
 };
