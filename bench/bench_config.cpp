@@ -15,19 +15,16 @@ class BenchConfig : public QObject
 private slots:
     void initTestCase()
     {
-        const QString platform = _files.write("platform.ini", "[outlet]\nsize=2\n[modbus]\nbaudrate=19200\n");
-        const QString chargemanager = _files.write("chargemanager.ini", "localcontroller=1\n[ocpp]\nAuthCacheLifeTime=77\n");
-        const QString environment = _files.write("platform.conf", "serialno=B1\n");
-        qputenv("CM_PLATFORMINI", platform.toLocal8Bit());
-        qputenv("CM_CHARGEMANAGERCONFIG", chargemanager.toLocal8Bit());
-        qputenv("CM_PLATFORMCONFIG", environment.toLocal8Bit());
+        _files.useAsConfiguration("[outlet]\nsize=2\n[modbus]\nbaudrate=19200\n",
+            "localcontroller=1\n[ocpp]\nAuthCacheLifeTime=77\n", "serialno=B1\n");
         _configuration = std::make_unique<ConfigurationManager>();
     }
 
     void valueChargemanager()
     {
         qint64 sum = 0;
-        QBENCHMARK {
+        QBENCHMARK
+        {
             sum += _configuration->intValue(Settings::AuthCacheLifeTime);
         }
         QVERIFY(sum > 0);
@@ -36,7 +33,8 @@ private slots:
     void valuePlatform()
     {
         qint64 sum = 0;
-        QBENCHMARK {
+        QBENCHMARK
+        {
             sum += _configuration->intValue(Settings::ModbusBaudrate);
         }
         QVERIFY(sum > 0);
@@ -45,7 +43,8 @@ private slots:
     void valueVirtual()
     {
         qint64 sum = 0;
-        QBENCHMARK {
+        QBENCHMARK
+        {
             sum += _configuration->intValue(Settings::GetConfigurationMaxKeys);
         }
         QVERIFY(sum > 0);
@@ -55,7 +54,8 @@ private slots:
     {
         const QString text = QStringLiteral("modbus/1/247");
         qint64 sum = 0;
-        QBENCHMARK {
+        QBENCHMARK
+        {
             sum += ModbusPath::fromPathString(text).address;
         }
         QVERIFY(sum > 0);

@@ -19,10 +19,7 @@ private:
     static QSharedPointer<ConfigurationManager> configuration(
         TestFiles &files, const QByteArray &platformIni)
     {
-        qputenv("CM_PLATFORMINI", files.write("platform.ini", platformIni).toLocal8Bit());
-        qputenv("CM_CHARGEMANAGERCONFIG",
-            files.write("chargemanager.ini", "localcontroller=1\n").toLocal8Bit());
-        qputenv("CM_PLATFORMCONFIG", files.write("platform.conf", "").toLocal8Bit());
+        files.useAsConfiguration(platformIni, "localcontroller=1\n");
         qputenv("CM_CORVIXINI",
             files.write("corvix.ini", "[a]\nmeter=modbus/1/7\n[b]\nmeter=modbus/1/8\n")
                 .toLocal8Bit());

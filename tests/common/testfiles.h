@@ -10,6 +10,10 @@ class TestFiles
 public:
     QString write(const QString &name, const QByteArray &content);
     QString path(const QString &name) const { return _dir.filePath(name); }
+    // Writes platform.ini, chargemanager.ini and platform.conf and points the daemon's variables
+    // at them for the rest of the process.
+    void useAsConfiguration(const QByteArray &platformIni, const QByteArray &chargemanagerIni,
+        const QByteArray &platformConf = QByteArray(""));
 
 private:
     QTemporaryDir _dir;

@@ -59,10 +59,7 @@ private slots:
     void initTestCase()
     {
         _files = std::make_unique<TestFiles>();
-        qputenv("CM_PLATFORMINI",
-            _files->write("platform.ini", "[modbus]\nbaudrate=19200\n").toLocal8Bit());
-        qputenv("CM_CHARGEMANAGERCONFIG", _files->write("chargemanager.ini", "").toLocal8Bit());
-        qputenv("CM_PLATFORMCONFIG", _files->write("platform.conf", "").toLocal8Bit());
+        _files->useAsConfiguration("[modbus]\nbaudrate=19200\n", "");
         _configuration = std::make_unique<ConfigurationManager>();
     }
 
