@@ -4,6 +4,7 @@
 #include "configurationmanager.h"
 #include "modbusmanager.h"
 #include "modbusmeter.h"
+#include "modbustcpmeter.h"
 #include "systemmanager.h"
 
 #include <QDebug>
@@ -18,11 +19,15 @@ constexpr int watchdogIntervalMs = 45000;
 
 const char *const platformOption = "--platform=";
 
-ModbusUnitFactory meterFactory()
+ModbusUnitFactory meterFactory(const ConfigurationManager &configuration)
 {
     ModbusUnitFactory factory;
     factory.rtuMeter = [](const RequiredModbusMeter &meter) -> ModbusUnit * {
         return new ModbusMeter(meter.path.address, meter.type);
+    };
+    const bool modbusDebug = configuration.boolValue(Settings::ModbusDebug);
+    factory.tcpMeter = [modbusDebug](const QString &address, quint16 port) -> EnergyMeter * {
+        return new ModbusTCPMeter(address, port, modbusDebug);
     };
     return factory;
 }
@@ -60,8 +65,11 @@ int MeterManager::start(
     }
 
     // Built now: after the measurement service exists and before readiness is reported.
-    new ModbusManager(*configuration, systemManager->requiredModbusMeters(),
-        configuration->requiredTCPModbusMeters(), meterFactory());
+    const RequiredMeterSources required {
+        [configuration] { return configuration->requiredTCPModbusMeters(); },
+        [systemManager] { return systemManager->requiredModbusMeters(); },
+    };
+    new ModbusManager(*configuration, required, meterFactory(*configuration));
 
     startWatchdog();
     return Started;

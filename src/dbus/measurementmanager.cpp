@@ -68,27 +68,32 @@ QVariantMap MeasurementManager::metervalues(const QString &path)
     return meter->metervalues();
 }
 
-QStringList MeasurementManager::_configuredPaths(std::optional<QStringList> &cache)
+QStringList MeasurementManager::_configuredPaths(
+    std::optional<QStringList> &cache, QLatin1StringView tcpTemplate)
 {
     if (!cache) {
         QStringList paths;
         for (const RequiredModbusMeter &meter : _requiredMeters())
             paths.append(meter.path.toString());
         for (const QString &address : _tcpMeters())
-            paths.append(QStringLiteral("modbus/%1").arg(address));
+            paths.append(QString(tcpTemplate).arg(address));
         cache = paths;
     }
     return *cache;
 }
 
+// A TCP meter is listed by its bare address here, which never resolves as a path, while its path
+// matches no entry: the answer for a TCP meter is false under either spelling. meterList names
+// TCP meters by their paths.
 bool MeasurementManager::meterExists(const QString &path)
 {
-    return _configuredPaths(_existsPaths).contains(path) && EnergyMeter::getMeterForPath(path);
+    return _configuredPaths(_existsPaths, QLatin1StringView("%1")).contains(path)
+        && EnergyMeter::getMeterForPath(path);
 }
 
 QStringList MeasurementManager::meterList()
 {
-    return _configuredPaths(_listPaths);
+    return _configuredPaths(_listPaths, QLatin1StringView("modbus/%1"));
 }
 
 bool MeasurementManager::setModbusRegister(

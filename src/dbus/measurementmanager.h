@@ -42,7 +42,7 @@ public slots:
     void setDisabled(const QString &path, bool state);
 
 private:
-    QStringList _configuredPaths(std::optional<QStringList> &cache);
+    QStringList _configuredPaths(std::optional<QStringList> &cache, QLatin1StringView tcpTemplate);
 
     RequiredMetersSource _requiredMeters;
     TcpMetersSource _tcpMeters;

@@ -2,6 +2,7 @@
 
 #include "modbuslogging.h"
 #include "modbusreaderparent.h"
+#include "modbustcpmeter.h"
 #include "registerdecoding.h"
 
 namespace {
@@ -12,22 +13,11 @@ static_assert(CarloGavazziDriver::isValidLayout(threePhase.layout()));
 constexpr int measurementVersionRegister = 772;
 constexpr int serialRegisterCount = 7;
 
-constexpr int firstModelCode = 1648;
-constexpr std::array<const char *, 6> modelNames { "EM24DINAV23XE1X", "EM24DINAV23XE1PFA",
-    "EM24DINAV23XE1PFB", "EM24DINAV53XE1X", "EM24DINAV53XE1PFA", "EM24DINAV53XE1PFB" };
-
 } // namespace
 
 ModbusEM24::ModbusEM24(ModbusReaderParent *meter, quint8 address)
     : CarloGavazziDriver(meter, address, threePhase.layout())
 {
-}
-
-QString ModbusEM24::codeToString(int code)
-{
-    if (code < firstModelCode || code >= firstModelCode + int(modelNames.size()))
-        return QStringLiteral("UNKNOWN");
-    return QString::fromLatin1(modelNames[code - firstModelCode]);
 }
 
 bool ModbusEM24::readStatic(modbus_t *context)
@@ -50,6 +40,6 @@ bool ModbusEM24::readStatic(modbus_t *context)
         << "id:" << id << "comm ver:" << RegisterDecoding::nibbleVersion(communicationVersion)
         << "measure ver:" << RegisterDecoding::nibbleVersion(measurementVersion)
         << "serial:" << serial;
-    parentMeter()->updateStatic(codeToString(id), id, serial, 0);
+    parentMeter()->updateStatic(ModbusTCPMeter::codeToString(id), id, serial, 0);
     return true;
 }

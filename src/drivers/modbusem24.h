@@ -10,8 +10,5 @@ class ModbusEM24 : public CarloGavazziDriver
 public:
     ModbusEM24(ModbusReaderParent *meter, quint8 address);
 
-    // Model name of an EM24 identification code, "UNKNOWN" for any other code.
-    static QString codeToString(int code);
-
     bool readStatic(modbus_t *context) override;
 };

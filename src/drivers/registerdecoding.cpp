@@ -1,5 +1,7 @@
 #include "registerdecoding.h"
 
+#include <bit>
+
 namespace RegisterDecoding {
 
 qint32 int32LswFirst(const quint16 *words)
@@ -10,6 +12,19 @@ qint32 int32LswFirst(const quint16 *words)
 qint16 int16(quint16 word)
 {
     return qint16(word);
+}
+
+float float32MswFirst(const quint16 *words)
+{
+    return std::bit_cast<float>((quint32(words[0]) << 16) | words[1]);
+}
+
+double float64MswFirst(const quint16 *words)
+{
+    quint64 bits = 0;
+    for (int i = 0; i < 4; ++i)
+        bits = (bits << 16) | words[i];
+    return std::bit_cast<double>(bits);
 }
 
 QString serialFromRegisters(const quint16 *words, int count, int maxBytes)

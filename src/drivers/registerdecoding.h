@@ -10,6 +10,10 @@ namespace RegisterDecoding {
 // Two registers, less significant word at the lower address, as a signed 32-bit value.
 qint32 int32LswFirst(const quint16 *words);
 qint16 int16(quint16 word);
+// IEEE-754 values whose most significant word comes first, as Siemens meters send them: two
+// registers for a single, four for a double.
+float float32MswFirst(const quint16 *words);
+double float64MswFirst(const quint16 *words);
 // Text stored one character per byte, each register's low byte first. Zero bytes are padding
 // and are dropped; at most maxBytes bytes of the registers are taken.
 QString serialFromRegisters(const quint16 *words, int count, int maxBytes);

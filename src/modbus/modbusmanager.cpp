@@ -23,15 +23,14 @@ ModbusManager *processManager = nullptr;
 } // namespace
 
 ModbusManager::ModbusManager(const ConfigurationManager &configuration,
-    const QList<RequiredModbusMeter> &requiredMeters, const QList<QString> &tcpAddresses,
-    const ModbusUnitFactory &factory, QObject *parent)
+    const RequiredMeterSources &required, const ModbusUnitFactory &factory, QObject *parent)
     : QObject(parent)
     , _configuration(configuration)
 {
     processManager = this;
     registerInstance();
-    _createTcpMeters(tcpAddresses, factory);
-    _setupModbusChannel(Channel::External, requiredMeters, factory);
+    _createTcpMeters(required.tcpAddresses(), factory);
+    _setupModbusChannel(Channel::External, required.rtuMeters, factory);
 }
 
 ModbusManager::~ModbusManager()
@@ -45,6 +44,7 @@ ModbusManager::~ModbusManager()
     }
     qDeleteAll(_queues);
     qDeleteAll(_ownedUnits);
+    qDeleteAll(_tcpMeters);
     if (processManager == this)
         processManager = nullptr;
 }
@@ -82,14 +82,15 @@ void ModbusManager::_createTcpMeters(
 }
 
 void ModbusManager::_setupModbusChannel(Channel channel,
-    const QList<RequiredModbusMeter> &requiredMeters, const ModbusUnitFactory &factory)
+    const std::function<QList<RequiredModbusMeter>()> &requiredMeters,
+    const ModbusUnitFactory &factory)
 {
     const QString name = ModbusPath::channelName(channel);
     qCInfo(lcModbus) << __func__ << "Setting up modbus channel:" << name;
     auto *queue = new ModbusContextQueue(channel, devicePath(channel), _configuration);
     _queues.insert(channel, queue);
 
-    for (const RequiredModbusMeter &meter : requiredMeters) {
+    for (const RequiredModbusMeter &meter : requiredMeters()) {
         if (meter.path.channel != channel) {
             qCDebug(lcModbus) << __func__
                               << "Ignoring meter on different channel:" << meter.path.toString();

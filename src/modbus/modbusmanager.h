@@ -23,8 +23,15 @@ class QThread;
 struct ModbusUnitFactory
 {
     std::function<ModbusUnit *(const RequiredModbusMeter &meter)> rtuMeter;
-    // Empty while the daemon has no Modbus TCP meter model.
     std::function<EnergyMeter *(const QString &address, quint16 port)> tcpMeter;
+};
+
+// Where the manager learns which meters configuration requires. Each list is asked for once,
+// when it is needed: the TCP addresses first, the RTU meters as their channel is set up.
+struct RequiredMeterSources
+{
+    std::function<QList<QString>()> tcpAddresses;
+    std::function<QList<RequiredModbusMeter>()> rtuMeters;
 };
 
 // Process-wide owner of everything Modbus: channel devices, the units and their context queues
@@ -34,8 +41,7 @@ class ModbusManager : public QObject, public MeterRegistry
     Q_OBJECT
 
 public:
-    ModbusManager(const ConfigurationManager &configuration,
-        const QList<RequiredModbusMeter> &requiredMeters, const QList<QString> &tcpAddresses,
+    ModbusManager(const ConfigurationManager &configuration, const RequiredMeterSources &required,
         const ModbusUnitFactory &factory, QObject *parent = nullptr);
     ~ModbusManager() override;
 
@@ -56,7 +62,8 @@ public:
 
 private:
     void _createTcpMeters(const QList<QString> &addresses, const ModbusUnitFactory &factory);
-    void _setupModbusChannel(Channel channel, const QList<RequiredModbusMeter> &requiredMeters,
+    void _setupModbusChannel(Channel channel,
+        const std::function<QList<RequiredModbusMeter>()> &requiredMeters,
         const ModbusUnitFactory &factory);
     // Pauses the channel's queue and runs the transfer with its context; false when the queue,
     // its context or the pause could not be had.

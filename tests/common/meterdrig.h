@@ -2,6 +2,7 @@
 
 #include "notifysocket.h"
 #include "privatebus.h"
+#include "simulatorprocess.h"
 #include "testfiles.h"
 
 #include <QProcess>
@@ -12,11 +13,13 @@
 
 // The daemon's main job on a test bench: a private system bus, the meter simulator on one end
 // of a pty pair, and the real meterd on the other, configured by corvix.ini to poll the
-// simulated meters on the External channel.
+// simulated meters on the External channel, and the network meters the simulator plays when
+// given (--tcp HOST:MODEL[:IDCODE]; corvix.ini must name them too).
 class MeterdRig
 {
 public:
-    MeterdRig(const QByteArray &scenario, const QByteArray &corvix);
+    MeterdRig(const QByteArray &scenario, const QByteArray &corvix,
+        const QStringList &networkMeters = {});
     ~MeterdRig();
 
     // Starts everything and waits for the daemon's readiness; false when a part did not start.
@@ -31,12 +34,14 @@ public:
     QString busctl(const QString &method, const QString &signature = QString(),
         const QStringList &arguments = {}) const;
     // Sends a command line to the simulator; true when it answered "ok".
-    bool simulator(const QString &command);
+    bool simulator(const QString &command) { return _metersim.command(command); }
+    SimulatorProcess &simulatorProcess() { return _metersim; }
 
 private:
     TestFiles _files;
     PrivateBus _bus;
     NotifySocket _notify;
-    QProcess _metersim;
+    QStringList _networkMeters;
+    SimulatorProcess _metersim;
     QProcess _meterd;
 };

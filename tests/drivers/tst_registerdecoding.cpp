@@ -13,6 +13,8 @@ private slots:
     void int32LswFirst();
     void int16_data();
     void int16();
+    void floatMswFirst_data();
+    void floatMswFirst();
     void serialFromRegisters_data();
     void serialFromRegisters();
     void nibbleVersion_data();
@@ -60,6 +62,35 @@ void TestRegisterDecoding::int16()
     QFETCH(qint16, expected);
 
     QCOMPARE(RegisterDecoding::int16(word), expected);
+}
+
+// Two words decode as a single, four as a double; the most significant word comes first.
+void TestRegisterDecoding::floatMswFirst_data()
+{
+    QTest::addColumn<Words>("words");
+    QTest::addColumn<double>("expected");
+
+    QTest::newRow("single 230.5") << Words { 0x4366, 0x8000 } << 230.5;
+    QTest::newRow("single, low word matters") << Words { 0x3F80, 0x0001 } << double(1.0000001f);
+    QTest::newRow("single -1") << Words { 0xBF80, 0x0000 } << -1.0;
+    QTest::newRow("single zero") << Words { 0, 0 } << 0.0;
+    QTest::newRow("single NaN") << Words { 0x7FC0, 0 } << qQNaN();
+    QTest::newRow("double 1000.5") << Words { 0x408F, 0x4400, 0, 0 } << 1000.5;
+    QTest::newRow("double, last word matters") << Words { 0x3FF0, 0, 0, 1 } << 1.0000000000000002;
+    QTest::newRow("double -2.5") << Words { 0xC004, 0, 0, 0 } << -2.5;
+}
+
+void TestRegisterDecoding::floatMswFirst()
+{
+    QFETCH(Words, words);
+    QFETCH(double, expected);
+
+    const double decoded = words.size() == 2 ? RegisterDecoding::float32MswFirst(words.constData())
+                                             : RegisterDecoding::float64MswFirst(words.constData());
+    if (qIsNaN(expected))
+        QVERIFY(qIsNaN(decoded));
+    else
+        QCOMPARE(decoded, expected);
 }
 
 void TestRegisterDecoding::serialFromRegisters_data()

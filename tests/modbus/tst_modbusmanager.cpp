@@ -9,6 +9,8 @@
 
 #include <QTest>
 
+#include <algorithm>
+
 #include <memory>
 
 // The manager on one end of a pty pair, a libmodbus slave (id 7) on the other.
@@ -32,7 +34,18 @@ private:
             _units.append(unit);
             return unit;
         };
-        return std::make_unique<ModbusManager>(*_configuration, meters, tcp, factory);
+        // The sources log when asked, so tests can see when each list is fetched.
+        const RequiredMeterSources sources {
+            [tcp] {
+                qInfo("TCP meters asked");
+                return tcp;
+            },
+            [meters] {
+                qInfo("RTU meters asked");
+                return meters;
+            },
+        };
+        return std::make_unique<ModbusManager>(*_configuration, sources, factory);
     }
 
     static RequiredModbusMeter external(quint8 address)
@@ -120,6 +133,17 @@ private slots:
         QVERIFY(!manager->queue(Channel::Internal));
         QCOMPARE(ModbusManager::instance(), manager.get());
         QTRY_VERIFY(_units.first()->uses > 0);
+
+        const QList<LogCapture::Line> lines = log.lines();
+        const auto position = [&lines](const QString &fragment) {
+            const auto found = std::find_if(lines.cbegin(), lines.cend(),
+                [&fragment](const LogCapture::Line &line) { return line.text.contains(fragment); });
+            return found == lines.cend() ? -1 : int(found - lines.cbegin());
+        };
+        QVERIFY(position("TCP meters asked") >= 0);
+        QVERIFY(position("TCP meters asked") < position("Setting up modbus channel:"));
+        QVERIFY(position("Setting up modbus channel:") < position("RTU meters asked"));
+        QVERIFY(position("RTU meters asked") < position("Adding meter for path"));
     }
 
     void onlyOtherChannels()

@@ -3,6 +3,8 @@
 #include "logging.h"
 #include "meter.h"
 #include "meterbank.h"
+#include "networkdevices.h"
+#include "tcpdevice.h"
 
 namespace {
 
@@ -20,9 +22,10 @@ QString usage(const QString &syntax)
 
 }
 
-CommandInterpreter::CommandInterpreter(MeterBank &bank, QObject *parent)
+CommandInterpreter::CommandInterpreter(MeterBank &bank, NetworkDevices &network, QObject *parent)
     : QObject(parent)
     , _bank(bank)
+    , _network(network)
 {
 }
 
@@ -41,14 +44,31 @@ QString CommandInterpreter::execute(const QString &line)
                                  : usage(QStringLiteral("back ID"));
     if (command == u"set")
         return words.size() >= 4 ? set(words) : usage(QStringLiteral("set ID KEY VALUE"));
+    if (command == u"down")
+        return words.size() == 2 ? listening(words[1], false) : usage(QStringLiteral("down HOST"));
+    if (command == u"up")
+        return words.size() == 2 ? listening(words[1], true) : usage(QStringLiteral("up HOST"));
+    if (command == u"identification")
+        return words.size() == 3 ? identification(words)
+                                 : usage(QStringLiteral("identification HOST ")
+                                     + IdentificationMode::names().join(u'|'));
     if (command == u"quit")
         return words.size() == 1 ? quit() : usage(QStringLiteral("quit"));
-    return failure(
-        QStringLiteral("unknown command %1 (fault gone back set quit)").arg(words.value(0)));
+    return failure(QStringLiteral("unknown command %1 (fault gone back set down up "
+                                  "identification quit)")
+                       .arg(words.value(0)));
 }
 
+// A network device also knows "reset": every request then resets its connection.
 QString CommandInterpreter::fault(const QStringList &words)
 {
+    TcpDevice *network = _network.find(words[1]);
+    if (network && words[2].compare(u"reset", Qt::CaseInsensitive) == 0) {
+        network->meter().setFault(Fault::None);
+        network->setResetting(true);
+        qCInfo(lcMeterSim).noquote() << "tcp" << words[1] << "fault reset";
+        return Ok;
+    }
     const auto kind = Fault::fromName(words[2]);
     if (!kind)
         return failure(
@@ -63,7 +83,9 @@ QString CommandInterpreter::setFault(const QString &idText, Fault::Kind fault)
     if (!target)
         return failure(error);
     target->setFault(fault);
-    qCInfo(lcMeterSim).noquote() << "slave" << target->id() << "fault" << Fault::name(fault);
+    if (TcpDevice *network = _network.find(idText))
+        network->setResetting(false);
+    qCInfo(lcMeterSim).noquote() << "slave" << idText << "fault" << Fault::name(fault);
     return Ok;
 }
 
@@ -75,6 +97,9 @@ QString CommandInterpreter::set(const QStringList &words)
     if (!target)
         return failure(error);
     const QString value = words.mid(3).join(u' ');
+    if (TcpDevice *network = _network.find(words[1]);
+        network && network->setIdentity(words[2], value))
+        return Ok;
     if (!target->set(words[2], value, &error))
         return failure(error);
     qCInfo(lcMeterSim).noquote() << "slave" << target->id() << words[2] << "=" << value;
@@ -88,11 +113,49 @@ QString CommandInterpreter::quit()
     return Ok;
 }
 
+QString CommandInterpreter::listening(const QString &host, bool listen)
+{
+    QString error;
+    TcpDevice *target = device(host, &error);
+    if (!target)
+        return failure(error);
+    if (!listen) {
+        target->stopListening();
+        return Ok;
+    }
+    return target->listen(&error) ? Ok : failure(error);
+}
+
+QString CommandInterpreter::identification(const QStringList &words)
+{
+    QString error;
+    TcpDevice *target = device(words[1], &error);
+    if (!target)
+        return failure(error);
+    const auto mode = IdentificationMode::fromName(words[2]);
+    if (!mode)
+        return failure(QStringLiteral("unknown identification mode %1 (%2)")
+                           .arg(words[2], IdentificationMode::names().join(u' ')));
+    target->setIdentificationMode(*mode);
+    qCInfo(lcMeterSim).noquote() << "tcp" << words[1] << "identification" << words[2];
+    return Ok;
+}
+
 Meter *CommandInterpreter::meter(const QString &idText, QString *error) const
 {
+    if (TcpDevice *network = _network.find(idText))
+        return &network->meter();
     const auto id = Meter::parseId(idText);
     Meter *found = id ? _bank.find(*id) : nullptr;
     if (!found)
-        *error = QStringLiteral("no meter with slave id %1").arg(idText);
+        *error = QStringLiteral("no meter with slave id or address %1").arg(idText);
+    return found;
+}
+
+TcpDevice *CommandInterpreter::device(const QString &host, QString *error) const
+{
+    TcpDevice *found = _network.find(host);
+    if (!found)
+        *error = QStringLiteral("no network meter at %1").arg(host);
     return found;
 }

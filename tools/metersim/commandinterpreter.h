@@ -7,6 +7,8 @@
 
 class Meter;
 class MeterBank;
+class NetworkDevices;
+class TcpDevice;
 
 // Carries out the runtime commands that tests send to change the meters while they run.
 class CommandInterpreter : public QObject
@@ -14,7 +16,7 @@ class CommandInterpreter : public QObject
     Q_OBJECT
 
 public:
-    explicit CommandInterpreter(MeterBank &bank, QObject *parent = nullptr);
+    CommandInterpreter(MeterBank &bank, NetworkDevices &network, QObject *parent = nullptr);
 
     // The one-line answer: "ok" or "error <reason>".
     QString execute(const QString &line);
@@ -27,7 +29,12 @@ private:
     QString setFault(const QString &idText, Fault::Kind fault);
     QString set(const QStringList &words);
     QString quit();
+    QString listening(const QString &host, bool listen);
+    QString identification(const QStringList &words);
+    // A meter by slave id, or the meter of the network device at that address.
     Meter *meter(const QString &idText, QString *error) const;
+    TcpDevice *device(const QString &host, QString *error) const;
 
     MeterBank &_bank;
+    NetworkDevices &_network;
 };

@@ -18,6 +18,7 @@ public:
     QString ptyLink() const { return _parser.value(_pty); }
     QString device() const { return _parser.value(_device); }
     QStringList meters() const { return _parser.values(_meter); }
+    QStringList networkMeters() const { return _parser.values(_tcp); }
     QString scenario() const { return _parser.value(_scenario); }
     bool verbose() const { return _parser.isSet(_verbose); }
 
@@ -26,6 +27,7 @@ private:
     QCommandLineOption _pty;
     QCommandLineOption _device;
     QCommandLineOption _meter;
+    QCommandLineOption _tcp;
     QCommandLineOption _scenario;
     QCommandLineOption _verbose;
 };

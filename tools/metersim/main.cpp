@@ -1,13 +1,16 @@
-// metersim plays Carlo Gavazzi energy meters as Modbus RTU slaves, several slave ids on one
-// serial line, so that meterd can be tested and shown without hardware.
+// metersim plays energy meters as Modbus RTU slaves, several slave ids on one serial line, and
+// as Modbus TCP devices on loopback addresses, so that meterd can be tested and shown without
+// hardware.
 //
 // Command line:
-//   metersim (--pty LINK | --device PATH) [--meter ID:MODEL[:SERIAL]]... [--scenario FILE]
-//            [--verbose]
+//   metersim [--pty LINK | --device PATH] [--meter ID:MODEL[:SERIAL]]... [--scenario FILE]
+//            [--tcp HOST:MODEL[:IDCODE]]... [--verbose]
 //   --pty LINK      make a pseudo-terminal pair, serve on its master side, point LINK at its
 //                   slave side (an old symlink there is replaced, and removed again on exit)
 //   --device PATH   serve on an existing serial device or pty end, raw 9600 8N1
 //   --meter         a meter with default values; MODEL is EM340, EM111, EM210, EM24 or EM26
+//   --tcp           a Modbus TCP device at HOST port 502 (binding it needs root or a network
+//                   namespace of one's own), e.g. 127.0.0.2:PAC3220 or 127.0.0.3:EM24:1650
 //   --verbose       log every request (category "metersim", debug level) on stderr
 //
 // stdout carries "ready <LINK or PATH>" once serving, then one answer per command on stdin:
@@ -17,6 +20,12 @@
 //   back ID                 same as fault ID none
 //   set ID KEY VALUE        KEY as in a scenario file (not model or fault)
 //   quit
+// A network device is named by its address in place of ID; for it there are also
+//   fault HOST reset        reset the connection on every request
+//   down HOST / up HOST     stop listening (dropping connections) / listen again
+//   identification HOST normal|morefollows|short|wrongtid|exception|noobjects|outoforder|
+//                  noanswer|close      how it answers Read Device Identification
+//   set HOST vendor|productcode|revision TEXT   the identification objects
 // End of stdin does not stop the simulator; SIGTERM, SIGINT and quit do.
 //
 // Faults: silent never answers; slow answers after 800 ms; exception answers every request with
@@ -48,6 +57,7 @@
 #include "meterbank.h"
 #include "meteroption.h"
 #include "modbusserver.h"
+#include "networkdevices.h"
 #include "scenario.h"
 #include "serialline.h"
 #include "signalwatcher.h"
@@ -84,11 +94,31 @@ bool addMeters(const CommandLine &options, MeterBank &bank, QString *error)
     return true;
 }
 
+bool addNetworkMeters(const CommandLine &options, NetworkDevices &network, QString *error)
+{
+    for (const QString &text : options.networkMeters()) {
+        if (!network.add(text, error))
+            return false;
+    }
+    return true;
+}
+
 std::unique_ptr<SerialLine> openLine(const CommandLine &options, QString *error)
 {
     if (options.ptyLink().isEmpty())
         return SerialLine::openDevice(options.device(), error);
     return SerialLine::createPty(options.ptyLink(), error);
+}
+
+// What stdout announces once everything serves: the serial line, then each network address.
+QString readyLine(const SerialLine *line, const CommandLine &options)
+{
+    QStringList served;
+    if (line)
+        served.append(line->name());
+    for (const QString &text : options.networkMeters())
+        served.append(text.section(u':', 0, 0));
+    return QStringLiteral("ready ") + served.join(u' ');
 }
 
 int fail(const QString &message)
@@ -113,17 +143,26 @@ int main(int argc, char *argv[])
     configureLogging(options.verbose());
 
     MeterBank bank;
-    if (!addMeters(options, bank, &error))
+    NetworkDevices network(bank);
+    if (!addMeters(options, bank, &error) || !addNetworkMeters(options, network, &error))
         return fail(error);
     SignalWatcher signalWatcher;
     if (!signalWatcher.watch(&error))
         return fail(error);
-    const auto line = openLine(options, &error);
-    if (!line)
+    std::unique_ptr<SerialLine> line;
+    std::unique_ptr<ModbusServer> server;
+    if (!options.meters().isEmpty() || !options.scenario().isEmpty()) {
+        line = openLine(options, &error);
+        if (!line)
+            return fail(error);
+        server = std::make_unique<ModbusServer>(*line, bank);
+        QObject::connect(
+            server.get(), &ModbusServer::lineLost, &application, [] { QCoreApplication::exit(1); });
+    }
+    if (!network.listen(&error))
         return fail(error);
 
-    ModbusServer server(*line, bank);
-    CommandInterpreter interpreter(bank);
+    CommandInterpreter interpreter(bank, network);
     ControlChannel control;
     QObject::connect(&control, &ControlChannel::lineReceived, &interpreter,
         [&](const QString &command) { control.send(interpreter.execute(command)); });
@@ -134,9 +173,7 @@ int main(int argc, char *argv[])
             qCInfo(lcMeterSim) << "quitting on signal" << signalNumber;
             QCoreApplication::quit();
         });
-    QObject::connect(
-        &server, &ModbusServer::lineLost, &application, [] { QCoreApplication::exit(1); });
 
-    control.send(QStringLiteral("ready ") + line->name());
+    control.send(readyLine(line.get(), options));
     return application.exec();
 }

@@ -6,7 +6,7 @@
 
 namespace MeterModel {
 
-enum Type { EM340, EM111, EM210, EM24, EM26 };
+enum Type { EM340, EM111, EM210, EM24, EM26, PAC3220 };
 
 std::optional<Type> fromName(const QString &name);
 QString name(Type model);

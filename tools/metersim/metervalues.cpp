@@ -13,6 +13,7 @@ constexpr std::array<double, Quantity::Count> DefaultQuantities {
     50.0, // frequency
     1234.5, // imported energy
     12.3, // exported energy
+    0.0, // imported energy, second tariff
 };
 
 constexpr quint16 DefaultYear = 2021;

@@ -28,51 +28,61 @@ namespace {
     {
         const int count = request.operand;
         if (count < 1 || count > MODBUS_MAX_READ_REGISTERS)
-            return exception(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
+            return exceptionPdu(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
         const auto registers = meter.read(request.address, count);
         if (!registers)
-            return exception(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
+            return exceptionPdu(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
         QByteArray pdu;
         pdu.append(static_cast<char>(request.function));
         pdu.append(static_cast<char>(count * 2));
         for (const quint16 word : *registers)
             appendWord(pdu, word);
-        return frame(request.slave, pdu);
+        return pdu;
     }
 
     // A successful single write is answered with an echo of the request.
     QByteArray writeRegister(Meter &meter, const ModbusRequest &request)
     {
         if (!meter.write(request.address, request.operand))
-            return exception(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
+            return exceptionPdu(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
         QByteArray pdu;
         pdu.append(static_cast<char>(request.function));
         appendWord(pdu, request.address);
         appendWord(pdu, request.operand);
-        return frame(request.slave, pdu);
+        return pdu;
     }
 
 }
 
 // A frame of a supported function with the wrong length can only come from a broken master.
-QByteArray to(Meter &meter, const ModbusRequest &request)
+QByteArray pdu(Meter &meter, const ModbusRequest &request)
 {
     const bool reads = request.function == MODBUS_FC_READ_HOLDING_REGISTERS
         || request.function == MODBUS_FC_READ_INPUT_REGISTERS;
     const bool writes = request.function == MODBUS_FC_WRITE_SINGLE_REGISTER;
     if (!reads && !writes)
-        return exception(request, MODBUS_EXCEPTION_ILLEGAL_FUNCTION);
+        return exceptionPdu(request, MODBUS_EXCEPTION_ILLEGAL_FUNCTION);
     if (!request.hasRegisterFields)
-        return exception(request, MODBUS_EXCEPTION_ILLEGAL_DATA_VALUE);
+        return exceptionPdu(request, MODBUS_EXCEPTION_ILLEGAL_DATA_VALUE);
     return writes ? writeRegister(meter, request) : readRegisters(meter, request);
 }
 
-QByteArray exception(const ModbusRequest &request, quint8 code)
+QByteArray exceptionPdu(const ModbusRequest &request, quint8 code)
 {
     QByteArray pdu;
     pdu.append(static_cast<char>(request.function | ExceptionFlag));
     pdu.append(static_cast<char>(code));
-    return frame(request.slave, pdu);
+    return pdu;
+}
+
+QByteArray to(Meter &meter, const ModbusRequest &request)
+{
+    return frame(request.slave, pdu(meter, request));
+}
+
+QByteArray exception(const ModbusRequest &request, quint8 code)
+{
+    return frame(request.slave, exceptionPdu(request, code));
 }
 
 }

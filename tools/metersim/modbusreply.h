@@ -6,12 +6,15 @@
 class Meter;
 struct ModbusRequest;
 
-// Builds complete RTU reply frames, CRC included.
+// Builds replies: complete RTU frames, CRC included, or the bare protocol data units that Modbus
+// TCP puts behind its own header.
 namespace ModbusReply {
 
 // What the meter answers to the request when it works properly.
 QByteArray to(Meter &meter, const ModbusRequest &request);
+QByteArray pdu(Meter &meter, const ModbusRequest &request);
 
 QByteArray exception(const ModbusRequest &request, quint8 code);
+QByteArray exceptionPdu(const ModbusRequest &request, quint8 code);
 
 }

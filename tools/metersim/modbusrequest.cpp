@@ -5,7 +5,8 @@
 namespace {
 
 constexpr qsizetype MinimumFrame = 4; // slave id, function code, CRC
-constexpr qsizetype RegisterRequestSize = 8;
+constexpr qsizetype CrcSize = 2;
+constexpr qsizetype RegisterPduSize = 5; // function code, address, operand
 
 bool carriesRegisterFields(quint8 function)
 {
@@ -26,13 +27,20 @@ std::optional<ModbusRequest> ModbusRequest::parse(const QByteArray &frame)
 {
     if (frame.size() < MinimumFrame)
         return std::nullopt;
+    return fromPdu(static_cast<quint8>(frame[0]), frame.sliced(1, frame.size() - 1 - CrcSize));
+}
+
+std::optional<ModbusRequest> ModbusRequest::fromPdu(quint8 unit, const QByteArray &pdu)
+{
+    if (pdu.isEmpty())
+        return std::nullopt;
     ModbusRequest request;
-    request.slave = static_cast<quint8>(frame[0]);
-    request.function = static_cast<quint8>(frame[1]);
-    if (carriesRegisterFields(request.function) && frame.size() == RegisterRequestSize) {
+    request.slave = unit;
+    request.function = static_cast<quint8>(pdu[0]);
+    if (carriesRegisterFields(request.function) && pdu.size() == RegisterPduSize) {
         request.hasRegisterFields = true;
-        request.address = wordAt(frame, 2);
-        request.operand = wordAt(frame, 4);
+        request.address = wordAt(pdu, 1);
+        request.operand = wordAt(pdu, 3);
     }
     return request;
 }

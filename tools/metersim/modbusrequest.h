@@ -15,8 +15,10 @@ struct ModbusRequest
     quint16 address = 0;
     quint16 operand = 0;
 
-    // Nothing when the frame is too short to be a request at all.
+    // An RTU frame: nothing when it is too short to be a request at all.
     static std::optional<ModbusRequest> parse(const QByteArray &frame);
+    // The protocol data unit of a request (function code first) for the given unit.
+    static std::optional<ModbusRequest> fromPdu(quint8 unit, const QByteArray &pdu);
 
     QString describe() const;
 };

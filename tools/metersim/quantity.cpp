@@ -31,6 +31,7 @@ namespace {
         { Frequency, "frequency", 10, false },
         { Energy, "energy", 10, true },
         { EnergyExported, "energyexported", 10, true },
+        { EnergyTariff2, "energy2", 10, true },
     } };
 
     // Definitions is indexed by Kind, so its order must follow the enumeration.

@@ -22,8 +22,10 @@ enum Kind {
     Frequency,
     Energy,
     EnergyExported,
+    // Meters with two tariffs count the second apart; the daemon adds both.
+    EnergyTariff2,
 };
-inline constexpr int Count = EnergyExported + 1;
+inline constexpr int Count = EnergyTariff2 + 1;
 
 std::optional<Kind> fromKey(const QString &key);
 QString key(Kind kind);

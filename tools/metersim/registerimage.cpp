@@ -3,6 +3,8 @@
 #include "metervalues.h"
 #include "registerlayout.h"
 
+#include <bit>
+
 RegisterImage::RegisterImage(
     const RegisterLayout &layout, const MeterValues &values, const QMap<quint16, quint16> &writable)
 {
@@ -26,17 +28,40 @@ std::optional<QList<quint16>> RegisterImage::read(quint16 address, int count) co
     return result;
 }
 
-// INT32 values go low word first, which is how these meters order them.
 void RegisterImage::placeMeasurements(const RegisterLayout &layout, const MeterValues &values)
 {
     for (quint16 address = 0; address < layout.measurementCount; ++address)
         _registers.insert(address, 0);
     for (const QuantityRegister &slot : layout.quantities) {
-        const auto raw
-            = static_cast<quint32>(Quantity::encode(slot.quantity, values.quantity(slot.quantity)));
-        _registers.insert(slot.address, static_cast<quint16>(raw));
-        if (Quantity::isWide(slot.quantity))
-            _registers.insert(slot.address + 1, static_cast<quint16>(raw >> 16));
+        const double value = values.quantity(slot.quantity);
+        switch (slot.encoding) {
+        case QuantityRegister::Scaled:
+            placeScaled(slot, value);
+            break;
+        case QuantityRegister::Float32MswFirst:
+            placeMswFirst(slot.address, std::bit_cast<quint32>(float(value)), 2);
+            break;
+        case QuantityRegister::Float64MswFirst:
+            placeMswFirst(slot.address, std::bit_cast<quint64>(value), 4);
+            break;
+        }
+    }
+}
+
+// INT32 values go low word first, which is how these meters order them.
+void RegisterImage::placeScaled(const QuantityRegister &slot, double value)
+{
+    const auto raw = static_cast<quint32>(Quantity::encode(slot.quantity, value));
+    _registers.insert(slot.address, static_cast<quint16>(raw));
+    if (Quantity::isWide(slot.quantity))
+        _registers.insert(slot.address + 1, static_cast<quint16>(raw >> 16));
+}
+
+void RegisterImage::placeMswFirst(quint16 address, quint64 bits, int words)
+{
+    for (int index = 0; index < words; ++index) {
+        const int shift = 16 * (words - 1 - index);
+        _registers.insert(address + index, static_cast<quint16>(bits >> shift));
     }
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 
 class MeterValues;
+struct QuantityRegister;
 struct RegisterLayout;
 
 // The registers of one meter at one moment, encoded the way the meter puts them on the wire.
@@ -20,6 +21,8 @@ public:
 
 private:
     void placeMeasurements(const RegisterLayout &layout, const MeterValues &values);
+    void placeScaled(const QuantityRegister &slot, double value);
+    void placeMswFirst(quint16 address, quint64 bits, int words);
     void placeIdentification(const RegisterLayout &layout, const MeterValues &values);
     void placeSerial(const RegisterLayout &layout, const QByteArray &serial);
 

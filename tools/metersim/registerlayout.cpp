@@ -81,6 +81,28 @@ const RegisterLayout Em26 {
     78,
 };
 
+// Reached over Modbus TCP only; it is recognised by its device identification, so register 11
+// carries no model code of its own.
+const RegisterLayout Pac3220 {
+    809,
+    { { Voltage1, 1, QuantityRegister::Float32MswFirst },
+        { Voltage2, 3, QuantityRegister::Float32MswFirst },
+        { Voltage3, 5, QuantityRegister::Float32MswFirst },
+        { Current1, 13, QuantityRegister::Float32MswFirst },
+        { Current2, 15, QuantityRegister::Float32MswFirst },
+        { Current3, 17, QuantityRegister::Float32MswFirst },
+        { Frequency, 55, QuantityRegister::Float32MswFirst },
+        { Power, 65, QuantityRegister::Float32MswFirst },
+        { Energy, 801, QuantityRegister::Float64MswFirst },
+        { EnergyTariff2, 805, QuantityRegister::Float64MswFirst } },
+    {},
+    {},
+    std::nullopt,
+    0x5000,
+    7,
+    0,
+};
+
 }
 
 const RegisterLayout &RegisterLayout::of(MeterModel::Type model)
@@ -96,6 +118,8 @@ const RegisterLayout &RegisterLayout::of(MeterModel::Type model)
         return Em24;
     case MeterModel::EM26:
         return Em26;
+    case MeterModel::PAC3220:
+        return Pac3220;
     }
     Q_UNREACHABLE();
 }

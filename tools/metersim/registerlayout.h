@@ -9,8 +9,13 @@
 
 struct QuantityRegister
 {
+    // Carlo Gavazzi meters send scaled integers, less significant word first; Siemens meters
+    // send IEEE-754 values, most significant word first.
+    enum Encoding { Scaled, Float32MswFirst, Float64MswFirst };
+
     Quantity::Kind quantity;
     quint16 address;
+    Encoding encoding = Scaled;
 };
 
 struct FixedRegister

@@ -1,0 +1,163 @@
+#include "clock.h"
+#include "logcapture.h"
+#include "modbustcpmeter.h"
+#include "simulatorprocess.h"
+
+#include <QCoreApplication>
+#include <QTest>
+
+#include <cmath>
+#include <memory>
+
+namespace {
+
+// One simulated device per loopback address; .25 has nothing listening.
+const QString pacAddress = "127.0.0.21";
+const QString em24Address = "127.0.0.22";
+const QString unknownEm24Address = "127.0.0.23";
+const QString lowerCaseAddress = "127.0.0.24";
+const QString nobodyAddress = "127.0.0.25";
+
+// Moves the clock and lets the timers of every thread see it.
+void advance(qint64 ms)
+{
+    Clock::advance(ms);
+    QCoreApplication::processEvents();
+}
+
+// Detection asks with the default unit id 255; the drivers select unit 0 for their reads.
+int registerReads(
+    SimulatorProcess &simulator, const QString &address, int unit, int start, int count)
+{
+    return simulator.count(QStringLiteral("tcp %1 slave %2 function 0x03 address %3 count %4")
+                               .arg(address)
+                               .arg(unit)
+                               .arg(start)
+                               .arg(count));
+}
+
+} // namespace
+
+// TCP meters in this process against the simulator's network devices on loopback port 502; the
+// 10 s retries run on the injected clock.
+class TestModbusTcpMeter : public QObject
+{
+    Q_OBJECT
+
+private:
+    SimulatorProcess _simulator;
+
+private slots:
+    void initTestCase()
+    {
+        if (!SimulatorProcess::canServeModbusTcp())
+            QSKIP("binding port 502 needs root (or run the suite inside unshare -rn)");
+        QVERIFY(_simulator.start(
+            { "--tcp", pacAddress + ":PAC3220", "--tcp", em24Address + ":EM24:1650", "--tcp",
+                unknownEm24Address + ":EM24:1654", "--tcp", lowerCaseAddress + ":PAC3220" }));
+        for (const QString &address : { pacAddress, em24Address })
+            QVERIFY(_simulator.command("fault " + address + " frozen"));
+        QVERIFY(_simulator.command("set " + pacAddress + " energy 1000.5"));
+        QVERIFY(_simulator.command("set " + pacAddress + " energy2 2.5"));
+        QVERIFY(_simulator.command("set " + lowerCaseAddress + " productcode pac3220"));
+    }
+
+    void detectsAndReads()
+    {
+        LogCapture log;
+        ModbusTCPMeter pac(pacAddress, 502);
+        ModbusTCPMeter em24(em24Address, 502);
+        ModbusTCPMeter unknownEm24(unknownEm24Address, 502);
+        ModbusTCPMeter lowerCase(lowerCaseAddress, 502);
+        ModbusTCPMeter nobody(nobodyAddress, 502);
+        ModbusTCPMeter noContext(QString(), 502);
+
+        QCOMPARE(log.count("modbus.meter.tcp", QtCriticalMsg,
+                     "_connect failed to connect to meter at \"127.0.0.25\""),
+            1);
+        QCOMPARE(log.count("could not create a Modbus TCP context"), 1);
+        QTRY_COMPARE(log.count("modbus.device.info", QtDebugMsg, "response contains 3 objects"), 4);
+        // The first pass only asks for the identification: nothing is read yet.
+        QCOMPARE(_simulator.count("tcp " + pacAddress + " slave"), 0);
+        QCOMPARE(log.count("starting reader thread"), 0);
+
+        advance(10000);
+        QTRY_COMPARE(pac.metervalues().value("status").toString(), QStringLiteral("Connected"));
+        QTRY_COMPARE(em24.metervalues().value("status").toString(), QStringLiteral("Connected"));
+        QCOMPARE(
+            log.count("_detectMeterTypeFromDeviceId Siemens PAC3220 ModbusTCP Meter detected!"), 1);
+        QCOMPARE(
+            log.count(
+                "_detectMeterType Carlo Gavazzi EM24 series ModbusTCP Meter detected! Code 1650"),
+            1);
+
+        QCOMPARE(pac.voltage(1), 230.0);
+        QCOMPARE(pac.voltage(3), 229.5);
+        QCOMPARE(pac.current(2), double(5.2f));
+        QCOMPARE(pac.power(), 3405.5);
+        QCOMPARE(pac.frequency(), 50.0);
+        QCOMPARE(pac.totalEnergy(), 1003.0);
+        QCOMPARE(pac.totalEnergyExported(), 0.0);
+        QVERIFY(std::isnan(pac.powerFactor(1)));
+        QTRY_COMPARE(pac.info(), QStringLiteral("PAC3220:"));
+        QCOMPARE(em24.current(3), double(4.9f));
+        QCOMPARE(em24.totalEnergy(), 1234.5);
+        QTRY_COMPARE(em24.info(), QStringLiteral("EM24DINAV23XE1PFB:SIM00000001001"));
+        QCOMPARE(pac.getErrorRate(), 0.0);
+
+        // Neither a product code that differs in case nor an unknown EM24 code is taken; both
+        // are probed at register 11 on every pass.
+        QCOMPARE(registerReads(_simulator, lowerCaseAddress, 255, 11, 1), 1);
+        QCOMPARE(registerReads(_simulator, unknownEm24Address, 255, 11, 1), 1);
+        advance(10000);
+        QTRY_COMPARE(registerReads(_simulator, unknownEm24Address, 255, 11, 1), 2);
+        QTRY_COMPARE(registerReads(_simulator, lowerCaseAddress, 255, 11, 1), 2);
+        QCOMPARE(unknownEm24.metervalues().value("status").toString(), QStringLiteral("NotFound"));
+        QCOMPARE(lowerCase.metervalues().value("status").toString(), QStringLiteral("NotFound"));
+        QVERIFY(std::isnan(unknownEm24.getErrorRate()));
+
+        QCOMPARE(log.count("_connect failed to connect to meter at \"127.0.0.25\""), 3);
+        QCOMPARE(log.count("connecting to \"127.0.0.25\""), 0);
+        QCOMPARE(noContext.metervalues().value("status").toString(), QStringLiteral("NotFound"));
+        QCOMPARE(log.count("could not create a Modbus TCP context"), 1);
+        QCOMPARE(_simulator.count("identification request"), 4);
+
+        // Polled on its own 100 ms timer, six requests a poll.
+        const int before = registerReads(_simulator, pacAddress, 0, 1, 6);
+        QTest::qWait(2000);
+        const int polls = registerReads(_simulator, pacAddress, 0, 1, 6) - before;
+        QVERIFY2(polls >= 5 && polls <= 30, qPrintable(QString::number(polls)));
+        QVERIFY(registerReads(_simulator, pacAddress, 0, 805, 4) > 0);
+    }
+
+    void reconnectsAfterConnectionLoss()
+    {
+        LogCapture log;
+        ModbusTCPMeter em24(em24Address, 502);
+        QTRY_COMPARE(log.count("response contains 3 objects"), 1);
+        advance(10000);
+        QTRY_COMPARE(em24.metervalues().value("status").toString(), QStringLiteral("Connected"));
+
+        QVERIFY(_simulator.command("down " + em24Address));
+        QTRY_VERIFY(std::isnan(em24.voltage(1)));
+        // Silent for over 15 s: the next failed read reports the connection lost.
+        advance(16000);
+        QTRY_COMPARE(log.count("modbus.meter.tcp", QtWarningMsg,
+                         "_reconnect failed to reconnect to meter at \"127.0.0.22\""),
+            1);
+
+        QVERIFY(_simulator.command("up " + em24Address));
+        advance(5000);
+        QTest::qWait(500);
+        QCOMPARE(log.count("reconnect"), 1);
+        advance(5001);
+        QTRY_COMPARE(log.count("modbus.meter.tcp", QtInfoMsg,
+                         "_reconnect reconnected to meter at \"127.0.0.22\""),
+            1);
+        QTRY_COMPARE(em24.voltage(1), 230.0);
+        QVERIFY(em24.getErrorRate() > 0.0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestModbusTcpMeter)
+#include "tst_modbustcpmeter.moc"
