@@ -26,12 +26,27 @@ fault=frozen
 )";
 }
 
+// Network meters where the suite may bind port 502: a PAC3220 and an EM24 (code 1650).
+const QString pacAddress = "127.0.0.31";
+const QString em24Address = "127.0.0.32";
+
+QStringList networkMeters()
+{
+    if (!SimulatorProcess::canServeModbusTcp())
+        return {};
+    return { pacAddress + ":PAC3220", em24Address + ":EM24:1650" };
+}
+
 QByteArray corvix()
 {
-    return FrozenMeters::corvix() + R"(
+    QByteArray text = FrozenMeters::corvix() + R"(
 [mismatch]
 meter=modbus/1/11
 )";
+    if (!networkMeters().isEmpty())
+        text += "[tcp1]\nmeter=modbus/" + pacAddress.toLatin1() + "\n[tcp2]\nmeter=modbus/"
+            + em24Address.toLatin1() + "\n";
+    return text;
 }
 
 double number(const QString &reply)
@@ -88,8 +103,12 @@ private:
 private slots:
     void initTestCase()
     {
-        _rig = std::make_unique<MeterdRig>(scenario(), corvix());
+        _rig = std::make_unique<MeterdRig>(scenario(), corvix(), networkMeters());
         QVERIFY(_rig->start());
+        if (!networkMeters().isEmpty()) {
+            for (const QString &address : { pacAddress, em24Address })
+                QVERIFY(_rig->simulator("fault " + address + " frozen"));
+        }
         waitConnected("modbus/1/7");
         waitConnected("modbus/1/8");
         waitConnected("modbus/1/9");
@@ -100,9 +119,14 @@ private slots:
     void meterListAndExists()
     {
         // Configuration order: corvix.ini's groups come sorted by name.
+        const QString network = networkMeters().isEmpty()
+            ? QString()
+            : QStringLiteral(" \"modbus/127.0.0.31\" \"modbus/127.0.0.32\"");
         QCOMPARE(_rig->busctl("meterList"),
-            QStringLiteral("as 5 \"modbus/1/10\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/7\" "
-                           "\"modbus/1/11\""));
+            QStringLiteral("as %1 \"modbus/1/10\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/7\" "
+                           "\"modbus/1/11\"%2")
+                .arg(network.isEmpty() ? 5 : 7)
+                .arg(network));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/7" }), QStringLiteral("b true"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/10" }), QStringLiteral("b true"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/12" }), QStringLiteral("b false"));
@@ -292,6 +316,46 @@ private slots:
         QCOMPARE(_rig->busctl("setDisabled", "sb", { "modbus/1/9", "false" }), QString());
         QTRY_VERIFY_WITH_TIMEOUT(
             near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 240.0), 10000);
+    }
+
+    // Found by their device identification or model code after the second detection pass; a
+    // fault on the network never holds up the RS-485 meters.
+    void networkMetersBesideSerialOnes()
+    {
+        if (networkMeters().isEmpty())
+            QSKIP("binding port 502 needs root (or run the suite inside unshare -rn)");
+        QVERIFY(_rig->simulator("set " + pacAddress + " energy 1000.5"));
+        QVERIFY(_rig->simulator("set " + pacAddress + " energy2 2.5"));
+        for (const QString &address : { pacAddress, em24Address })
+            waitConnected("modbus/" + address);
+
+        const QVariantMap pac = values("modbus/" + pacAddress);
+        QCOMPARE(pac.value("total_energy").toDouble(), 1003.0);
+        QCOMPARE(pac.value("voltage2").toDouble(), 231.0);
+        QCOMPARE(pac.value("total_energy_exported").toDouble(), 0.0);
+        QVERIFY(std::isnan(pac.value("power_factor1").toDouble()));
+        QCOMPARE(_rig->busctl("info", "s", { "modbus/" + pacAddress }),
+            QStringLiteral("s \"PAC3220:\""));
+        QVERIFY(near(number(_rig->busctl("current", "si", { "modbus/" + em24Address, "2" })), 5.2));
+        QCOMPARE(_rig->busctl("info", "s", { "modbus/" + em24Address }),
+            QStringLiteral("s \"EM24DINAV23XE1PFB:SIM00000001001\""));
+        for (const QString &path : { pacAddress, "modbus/" + pacAddress })
+            QCOMPARE(_rig->busctl("meterExists", "s", { path }), QStringLiteral("b false"));
+
+        QVERIFY(_rig->simulator("fault " + pacAddress + " silent"));
+        QVERIFY(_rig->simulator("fault " + em24Address + " reset"));
+        QTRY_COMPARE_WITH_TIMEOUT(_rig->busctl("voltage", "si", { "modbus/" + pacAddress, "1" }),
+            QStringLiteral("d nan"), 10000);
+        const double before = values("modbus/1/7").value("last_update").toDouble();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            values("modbus/1/7").value("last_update").toDouble() >= before + 2, 10000);
+        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.1));
+
+        QVERIFY(_rig->simulator("back " + pacAddress));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            near(number(_rig->busctl("voltage", "si", { "modbus/" + pacAddress, "1" })), 230.0),
+            10000);
+        QVERIFY(_rig->simulator("back " + em24Address));
     }
 
     void silentMeterTurnsFaultyAndBack()
