@@ -2,18 +2,17 @@
 // simulated meters are polled, and the daemon's memory and CPU while it only polls.
 
 #include "meterdrig.h"
+#include "processstats.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QTextStream>
 #include <QThread>
 
 #include <algorithm>
 #include <cstdio>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -42,28 +41,6 @@ void measureCalls(QDBusInterface &service, const char *method, const QVariantLis
                 callsPerMethod / seconds, percentile(0.50), percentile(0.99), double(latenciesNs.back()) / 1000.0);
 }
 
-qint64 cpuTicks(qint64 pid)
-{
-    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!stat.open(QIODevice::ReadOnly))
-        return 0;
-    // Fields after the command name: utime and stime are the 12th and 13th.
-    const QList<QByteArray> fields = stat.readAll().split(')').last().trimmed().split(' ');
-    return fields.value(11).toLongLong() + fields.value(12).toLongLong();
-}
-
-QByteArray rss(qint64 pid)
-{
-    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return {};
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed();
-    }
-    return {};
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
@@ -85,10 +62,10 @@ int main(int argc, char *argv[])
     measureCalls(service, "metervalues", { QStringLiteral("modbus/1/7") });
 
     const qint64 pid = rig.daemonPid();
-    const qint64 ticksBefore = cpuTicks(pid);
+    const double cpuBefore = ProcessStats::cpuSeconds(pid);
     QThread::sleep(idleSeconds);
-    const double cpuSeconds = double(cpuTicks(pid) - ticksBefore) / double(sysconf(_SC_CLK_TCK));
+    const double cpuSeconds = ProcessStats::cpuSeconds(pid) - cpuBefore;
     std::printf("Idle polling for %d s: CPU %.2f %% of one core, RSS %s\n", idleSeconds,
-                100.0 * cpuSeconds / idleSeconds, rss(pid).constData());
+                100.0 * cpuSeconds / idleSeconds, ProcessStats::rss(pid).constData());
     return 0;
 }
