@@ -130,6 +130,45 @@ private slots:
         QVERIFY(registerReads(_simulator, pacAddress, 0, 805, 4) > 0);
     }
 
+    // Whatever goes wrong with the identification, an EM24 is still found by its model code.
+    void identificationFailuresFallBackToTheModelCode_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<QString>("logged");
+        QTest::newRow("More Follows") << "morefollows"
+                                      << "can not yet handle \"More Follows\"";
+        QTest::newRow("cut frame") << "short"
+                                   << "got an unexpected response length";
+        QTest::newRow("wrong transaction")
+            << "wrongtid"
+            << "response frame transaction id did not match request transaction id";
+        QTest::newRow("exception") << "exception"
+                                   << "got an unexpected response length";
+        QTest::newRow("no objects") << "noobjects"
+                                    << "response contains 0 objects";
+        QTest::newRow("out of order") << "outoforder"
+                                      << "in list does not match next object id:";
+        QTest::newRow("no answer") << "noanswer"
+                                   << "failed to get response from \"127.0.0.22\"";
+        QTest::newRow("connection closed") << "close"
+                                           << "failed to get response from \"127.0.0.22\"";
+    }
+
+    void identificationFailuresFallBackToTheModelCode()
+    {
+        QFETCH(QString, mode);
+        QFETCH(QString, logged);
+        QVERIFY(_simulator.command("identification " + em24Address + " " + mode));
+        LogCapture log;
+        ModbusTCPMeter em24(em24Address, 502);
+        QTRY_COMPARE(log.count("modbus.device.info", QtDebugMsg, "_disconnected disconnected!"), 1);
+        QCOMPARE(log.count(logged), 1);
+        advance(10000);
+        QTRY_COMPARE(em24.metervalues().value("status").toString(), QStringLiteral("Connected"));
+        QCOMPARE(log.count("Code 1650"), 1);
+        QVERIFY(_simulator.command("identification " + em24Address + " normal"));
+    }
+
     void reconnectsAfterConnectionLoss()
     {
         LogCapture log;
