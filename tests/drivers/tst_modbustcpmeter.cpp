@@ -147,7 +147,7 @@ private slots:
         QTest::newRow("no objects") << "noobjects"
                                     << "response contains 0 objects";
         QTest::newRow("out of order") << "outoforder"
-                                      << "in list does not match next object id:";
+                                      << "object id 2 in list does not match next object id: 1";
         QTest::newRow("no answer") << "noanswer"
                                    << "failed to get response from \"127.0.0.22\"";
         QTest::newRow("connection closed") << "close"
