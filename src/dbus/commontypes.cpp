@@ -1,0 +1,10 @@
+#include "commontypes.h"
+
+namespace CommonTypes {
+
+void registerTypes()
+{
+    qRegisterMetaType<CpStateMode>("CommonTypes::CpStateMode");
+}
+
+} // namespace CommonTypes
