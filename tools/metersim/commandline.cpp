@@ -16,8 +16,9 @@ CommandLine::CommandLine()
           QStringLiteral("Add the meters described in an INI file."), QStringLiteral("file"))
     , _verbose(QStringLiteral("verbose"), QStringLiteral("Log every request on stderr."))
 {
-    _parser.setApplicationDescription(QStringLiteral(
-        "Plays Carlo Gavazzi energy meters as Modbus RTU slaves on one serial line."));
+    _parser.setApplicationDescription(
+        QStringLiteral("Plays Carlo Gavazzi, Garo and ISKRA energy meters as Modbus RTU slaves on "
+                       "one serial line."));
     _parser.addHelpOption();
     _parser.addOptions({ _pty, _device, _meter, _scenario, _verbose });
 }

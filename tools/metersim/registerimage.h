@@ -22,6 +22,7 @@ private:
     void placeMeasurements(const RegisterLayout &layout, const MeterValues &values);
     void placeIdentification(const RegisterLayout &layout, const MeterValues &values);
     void placeSerial(const RegisterLayout &layout, const QByteArray &serial);
+    void place(quint16 address, const QList<quint16> &words);
 
     QMap<quint16, quint16> _registers;
 };
