@@ -5,8 +5,8 @@
 #include <QFile>
 
 MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix)
+    : _simulator(scenario)
 {
-    _files.write("scenario.ini", scenario);
     _files.write("corvix.ini", corvix);
     _files.write("platform.ini", "[outlet]\nsize=0\n");
     _files.write("chargemanager.ini", "localcontroller=1\n");
@@ -15,10 +15,8 @@ MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix)
 
 MeterdRig::~MeterdRig()
 {
-    for (QProcess *process : { &_meterd, &_metersim }) {
-        process->terminate();
-        process->waitForFinished();
-    }
+    _meterd.terminate();
+    _meterd.waitForFinished();
 }
 
 bool MeterdRig::start(const QStringList &extraEnvironment)
@@ -27,10 +25,7 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
         return false;
 
     const QString device = _files.path("ttyModbusExt");
-    _metersim.start(
-        METERSIM_BINARY, { "--pty", device, "--scenario", _files.path("scenario.ini") });
-    if (!_metersim.waitForStarted() || !_metersim.waitForReadyRead(10000)
-        || !_metersim.readLine().startsWith("ready"))
+    if (!_simulator.start(device))
         return false;
 
     QProcessEnvironment environment = daemonEnvironment(_files, _bus.address(), _notify.path());
@@ -61,11 +56,4 @@ QString MeterdRig::busctl(
     busctl.waitForFinished(30000);
     return QString::fromUtf8(busctl.readAllStandardOutput() + busctl.readAllStandardError())
         .trimmed();
-}
-
-bool MeterdRig::simulator(const QString &command)
-{
-    _metersim.write(command.toUtf8() + '\n');
-    _metersim.waitForBytesWritten();
-    return _metersim.waitForReadyRead(5000) && _metersim.readLine().trimmed() == "ok";
 }
