@@ -5,7 +5,7 @@
 
 #include "meterdrig.h"
 #include "processstats.h"
-#include "simulatorprocess.h"
+#include "metersimulator.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -79,7 +79,7 @@ void measureFreshness(MeterdRig &rig, QDBusInterface &service, const Freshness &
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    const bool network = SimulatorProcess::canServeModbusTcp();
+    const bool network = MeterSimulator::canServeModbusTcp();
     MeterdRig rig(scenario, rtuCorvix + (network ? tcpCorvix : QByteArray()),
         network ? networkMeters : QStringList());
     if (!rig.start({ "QT_LOGGING_RULES=*.debug=false" })) {

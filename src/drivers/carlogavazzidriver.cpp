@@ -81,15 +81,25 @@ bool CarloGavazziDriver::readValues(modbus_t *context)
         for (const Field &field : _layout.fields) {
             if (!covers(request, field))
                 continue;
-            const int offset = field.address - request.address;
-            const double raw = field.encoding == Encoding::Int32LswFirst
-                ? RegisterDecoding::int32LswFirst(&words[offset])
-                : RegisterDecoding::int16(words[offset]);
+            const double raw = decode(field, &words[field.address - request.address]);
             store(reading, field.quantity, finishValue(field.quantity, raw / field.divisor));
         }
     }
     parentMeter()->publishReading(reading);
     return true;
+}
+
+double CarloGavazziDriver::decode(const Field &field, const quint16 *words)
+{
+    switch (field.encoding) {
+    case Encoding::Int32LswFirst:
+        return RegisterDecoding::int32LswFirst(words);
+    case Encoding::Int16:
+        return RegisterDecoding::int16(words[0]);
+    case Encoding::Uint16:
+        return words[0];
+    }
+    return 0.0;
 }
 
 double CarloGavazziDriver::finishValue(Quantity, double value) const

@@ -15,7 +15,7 @@ class CarloGavazziDriver : public ModbusRegisterReader
     Q_OBJECT
 
 public:
-    enum class Encoding { Int32LswFirst, Int16 };
+    enum class Encoding { Int32LswFirst, Int16, Uint16 };
     enum class Quantity {
         Current1,
         Current2,
@@ -73,22 +73,24 @@ public:
             && std::all_of(layout.fields.begin(), layout.fields.end(), isRead);
     }
 
-    // The three-phase models share one map and differ only in where the imported energy lies.
+    // The three-phase models share one map and differ only in where the imported energy lies
+    // and, for the EM21 retrofit model, in the resolution of the currents.
     struct ThreePhaseLayout
     {
         std::array<Request, 4> requests;
         std::array<Field, 8> fields;
         constexpr Layout layout() const { return { requests, fields }; }
     };
-    static constexpr ThreePhaseLayout threePhaseLayout(int energyAddress)
+    static constexpr ThreePhaseLayout threePhaseLayout(
+        int energyAddress, double currentDivisor = 1000.0)
     {
         return { { { { 0, 6 }, { 12, 6 }, { 40, 2 }, { energyAddress, 2 } } },
             { { { 0, Encoding::Int32LswFirst, Quantity::Voltage1, 10.0 },
                 { 2, Encoding::Int32LswFirst, Quantity::Voltage2, 10.0 },
                 { 4, Encoding::Int32LswFirst, Quantity::Voltage3, 10.0 },
-                { 12, Encoding::Int32LswFirst, Quantity::Current1, 1000.0 },
-                { 14, Encoding::Int32LswFirst, Quantity::Current2, 1000.0 },
-                { 16, Encoding::Int32LswFirst, Quantity::Current3, 1000.0 },
+                { 12, Encoding::Int32LswFirst, Quantity::Current1, currentDivisor },
+                { 14, Encoding::Int32LswFirst, Quantity::Current2, currentDivisor },
+                { 16, Encoding::Int32LswFirst, Quantity::Current3, currentDivisor },
                 { 40, Encoding::Int32LswFirst, Quantity::Power, 10.0 },
                 { energyAddress, Encoding::Int32LswFirst, Quantity::Energy, 10.0 } } } };
     }
@@ -106,6 +108,8 @@ protected:
     // value by value rather than the finished reading is deliberate: GCC 12 at -O2 vectorizes two
     // adjacent double-to-float-to-double round trips on a struct into nothing.
     virtual double finishValue(Quantity quantity, double value) const;
+    // For a model whose map depends on what its static read found; reader thread only.
+    void setLayout(Layout layout) { _layout = layout; }
 
     // Static-read steps: a failure runs the meter's error routine with libmodbus's text.
     bool beginStaticRead(modbus_t *context);
@@ -117,5 +121,7 @@ protected:
     static quint32 extraFromFlag(quint16 flag) { return flag != 0 ? 2 : 1; }
 
 private:
-    const Layout _layout;
+    static double decode(const Field &field, const quint16 *words);
+
+    Layout _layout;
 };

@@ -1,11 +1,8 @@
 #include "modbusmeter.h"
 
 #include "clocktimer.h"
+#include "drivercatalogue.h"
 #include "driverlogging.h"
-#include "modbusem111.h"
-#include "modbusem210.h"
-#include "modbusem26.h"
-#include "modbusem340.h"
 #include "modbusregisterreader.h"
 
 #include <QElapsedTimer>
@@ -25,8 +22,6 @@ constexpr qint64 meterErrorAfterMs = 3600000;
 constexpr qint64 meterErrorRepeatMs = 86400000;
 constexpr int errorSummaryIntervalMs = 900000;
 constexpr int idCodeRegister = 11;
-// EM300 series meters need more quiet time on the bus than the others.
-constexpr int em300PauseMs = 40;
 
 constexpr float nanF = std::numeric_limits<float>::quiet_NaN();
 constexpr double nanD = std::numeric_limits<double>::quiet_NaN();
@@ -82,37 +77,8 @@ ModbusMeter::~ModbusMeter()
 QString ModbusMeter::codeToString(quint32 code)
 {
     qCDebug(lcModbusMeter) << "codeToString" << code;
-    static const QMap<quint32, const char *> names {
-        { 42, "PAC3220" },
-        { 57, "EM21_AV5" },
-        { 58, "EM21_AV6" },
-        { 64, "EM33_DIN_AV3" },
-        { 70, "EM21_72R" },
-        { 78, "EM26_96_AV5" },
-        { 79, "EM26_96_AV6" },
-        { 100, "EM110_AV7" },
-        { 101, "EM111_AV7" },
-        { 102, "EM112_AV1" },
-        { 103, "EM111_AV8" },
-        { 104, "EM112_AV0" },
-        { 110, "EM110_AV8" },
-        { 114, "EM111_AV5" },
-        { 120, "ET112_AV0" },
-        { 121, "ET112_AV1" },
-        { 210, "EM210" },
-        { 211, "EM210V" },
-        { 331, "EM330_AV6" },
-        { 332, "EM330_AV5" },
-        { 335, "ET330_AV5" },
-        { 336, "ET330_AV6" },
-        { 341, "EM340" },
-        { 345, "ET340" },
-        { 346, "EM341" },
-        { 1762, "EM540" },
-        { 1794, "EM511" },
-        { 1843, "EM580" },
-    };
-    return QString::fromLatin1(names.value(code, "UNKNOWN"));
+    const DriverCatalogue::Entry *entry = DriverCatalogue::find(code);
+    return QString::fromLatin1(entry ? entry->model : "UNKNOWN");
 }
 
 void ModbusMeter::useContext(modbus_t *context)
@@ -141,10 +107,10 @@ void ModbusMeter::useContext(modbus_t *context)
 
 ModbusRegisterReader *ModbusMeter::_detectMeterType(modbus_t *context)
 {
-    if (_type == EnergyMeterTypes::IskraWM3M6) {
-        qCDebug(lcModbusMeter) << __func__ << "Creating ISKRA meter!";
-        qCWarning(lcModbusMeter) << __func__ << "No driver for the ISKRA WM3M6 in this build";
-        return nullptr;
+    if (const DriverCatalogue::ConfiguredEntry *configured
+        = DriverCatalogue::findConfigured(_type)) {
+        qCDebug(lcModbusMeter) << __func__ << configured->created;
+        return configured->create(this, _address);
     }
 
     quint16 code = 0;
@@ -164,73 +130,23 @@ ModbusRegisterReader *ModbusMeter::_detectMeterType(modbus_t *context)
 
 ModbusRegisterReader *ModbusMeter::_driverForCode(quint32 code)
 {
-    const auto detected = [code](const char *model) {
-        qCDebug(lcModbusMeter) << "_detectMeterType" << model << code;
-    };
-    const auto notBuilt = [code](const char *model) {
-        qCWarning(lcModbusMeter) << "_detectMeterType"
-                                 << "No driver for this meter model in this build:" << model
-                                 << code;
-        return nullptr;
-    };
-
-    switch (code) {
-    case 1794:
-        detected("Carlo Gavazzi EM511 Modbus Meter detected. Code: ");
-        return notBuilt("EM511");
-    case 1843:
-        detected("Carlo Gavazzi EM580 Modbus Meter detected. Code: ");
-        return notBuilt("EM580");
-    case 1762:
-        detected("Carlo Gavazzi EM540 Modbus Meter detected. Code: ");
-        return notBuilt("EM540");
-    case 331:
-    case 332:
-    case 335:
-    case 336:
-    case 341:
-    case 345:
-    case 346:
-        detected("Carlo Gavazzi EM300 Series Modbus Meter detected. Code: ");
-        setPauseMs(0);
-        ModbusUnit::raiseMinimumPauseMs(em300PauseMs);
-        return new ModbusEM340(this, _address);
-    case 210:
-    case 211:
-        detected("Carlo Gavazzi EM210 series Modbus meter detected. Code: ");
-        return new ModbusEM210(this, _address);
-    case 64:
-        qCDebug(lcModbusMeter) << "_detectMeterType"
-                               << "Garo GM3D Modbus Meter detected";
-        return notBuilt("GM3D");
-    case 100:
-    case 101:
-    case 102:
-    case 103:
-    case 104:
-    case 110:
-    case 114:
-    case 120:
-    case 121:
-        detected("Carlo Gavazzi EM/ET110 Series Modbus Meter detected. Code: ");
-        return new ModbusEM111(this, _address);
-    case 78:
-    case 79:
-        detected("Carlo Gavazzi EM26 series Modbus meter detected. Code: ");
-        return new ModbusEM26(this, _address);
-    case 57:
-    case 58:
-    case 70:
-        // The EM21 family shares its register layout with the Garo GM3T.
-        detected("Carlo Gavazzi EM21 series Modbus meter detected. Code: ");
-        qCDebug(lcModbusMeter) << "_detectMeterType"
-                               << (code == 70 ? "EM21 Retrofit version" : "EM21 regular version");
-        return notBuilt("GM3T");
-    default:
+    const DriverCatalogue::Entry *entry = DriverCatalogue::find(code);
+    if (!entry || !entry->create) {
         qCDebug(lcModbusMeter) << "_detectMeterType"
                                << "ID Code does not match any known modbus meter: " << code;
         return nullptr;
     }
+    if (QByteArrayView(entry->detected).endsWith("Code: "))
+        qCDebug(lcModbusMeter) << "_detectMeterType" << entry->detected << code;
+    else
+        qCDebug(lcModbusMeter) << "_detectMeterType" << entry->detected;
+    if (entry->variant)
+        qCDebug(lcModbusMeter) << "_detectMeterType" << entry->variant;
+    if (entry->minimumPauseMs != 0) {
+        setPauseMs(0);
+        ModbusUnit::raiseMinimumPauseMs(entry->minimumPauseMs);
+    }
+    return entry->create(this, _address);
 }
 
 void ModbusMeter::readSucceeded()

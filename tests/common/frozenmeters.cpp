@@ -44,6 +44,27 @@ current3=3.5
 power=1800.0
 energy=777.7
 fault=frozen
+
+; Power from words 28-29 (apparent power of phase 3), not from the power at 40-41; power
+; factors unsigned, so -0.001 (0xFFFF) reads 65.535.
+[12]
+model=EM540
+serial=EM540SERIAL00012
+voltage1=230.1
+voltage2=231.2
+voltage3=229.3
+current1=5.2
+current2=6.25
+current3=0.125
+power=567.8
+apparentpower3=123.4
+powerfactor1=-0.001
+powerfactor2=0.5
+powerfactor3=1.0
+frequency=50.1
+energy=2345.6
+energyexported=7.8
+fault=frozen
 )";
 }
 
@@ -58,6 +79,8 @@ meter=modbus/1/8
 meter=modbus/1/9
 [absent]
 meter=modbus/1/10
+[em540]
+meter=modbus/1/12
 )";
 }
 

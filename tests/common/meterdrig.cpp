@@ -6,10 +6,10 @@
 
 MeterdRig::MeterdRig(
     const QByteArray &scenario, const QByteArray &corvix, const QStringList &networkMeters)
+    : _simulator(scenario)
 {
     for (const QString &meter : networkMeters)
         _networkMeters << "--tcp" << meter;
-    _files.write("scenario.ini", scenario);
     _files.write("corvix.ini", corvix);
     _files.write("platform.ini", "[outlet]\nsize=0\n");
     _files.write("chargemanager.ini", "localcontroller=1\n");
@@ -28,8 +28,7 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
         return false;
 
     const QString device = _files.path("ttyModbusExt");
-    if (!_metersim.start(QStringList { "--pty", device, "--scenario", _files.path("scenario.ini") }
-            + _networkMeters))
+    if (!_simulator.start(device, _networkMeters))
         return false;
 
     QProcessEnvironment environment = daemonEnvironment(_files, _bus.address(), _notify.path());

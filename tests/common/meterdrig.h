@@ -1,8 +1,8 @@
 #pragma once
 
+#include "metersimulator.h"
 #include "notifysocket.h"
 #include "privatebus.h"
-#include "simulatorprocess.h"
 #include "testfiles.h"
 
 #include <QProcess>
@@ -34,14 +34,15 @@ public:
     QString busctl(const QString &method, const QString &signature = QString(),
         const QStringList &arguments = {}) const;
     // Sends a command line to the simulator; true when it answered "ok".
-    bool simulator(const QString &command) { return _metersim.command(command); }
-    SimulatorProcess &simulatorProcess() { return _metersim; }
+    bool simulator(const QString &command) { return _simulator.command(command); }
+    // The requests the simulator got for one slave; see MeterSimulator::requests.
+    QStringList simulatorRequests(int slave) const { return _simulator.requests(slave); }
 
 private:
     TestFiles _files;
     PrivateBus _bus;
     NotifySocket _notify;
     QStringList _networkMeters;
-    SimulatorProcess _metersim;
+    MeterSimulator _simulator;
     QProcess _meterd;
 };

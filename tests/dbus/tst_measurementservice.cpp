@@ -14,14 +14,90 @@
 
 namespace {
 
-// Three frozen meters (values do not drift, so they can be compared exactly), one meter that
-// answers its identification but no measurement, and one address where nothing answers.
+// Frozen meters of every model the daemon detects on a line (values do not drift, so they can
+// be compared exactly), one meter that answers its identification but no measurement, and one
+// address where nothing answers. The values of the newer models are chosen to show how each
+// reads its registers.
 QByteArray scenario()
 {
     return FrozenMeters::scenario() + R"(
 [11]
 model=EM111
-idcode=341
+idcode=1762
+fault=frozen
+
+[13]
+model=EM511
+serial=EM511SERIAL013
+voltage1=231.5
+current1=7.25
+power=1678.4
+powerfactor1=-0.87
+frequency=49.9
+energy=555.5
+energyexported=1.2
+fault=frozen
+
+[14]
+model=EM580
+serial=EM580SERIAL014
+voltage1=229.9
+voltage2=230.4
+voltage3=231.0
+current1=16.0
+current2=15.5
+current3=-2.25
+power=-7200.5
+powerfactor1=0.99
+powerfactor2=-0.98
+powerfactor3=0.97
+frequency=50.0
+energy=98765.4
+energyexported=321.0
+fault=frozen
+
+; Voltage 1 is the pair 0x0001, 0x0000; the other word of current 3's pair is register 11, the
+; identification code, and changes nothing.
+[15]
+model=GM3D
+serial=123456
+voltage1=0.1
+voltage2=230.0
+voltage3=229.0
+current1=5.5
+current2=0.0
+current3=4.9
+power=3000.0
+energy=100.5
+fault=frozen
+
+; Current 1 is 1234 in the register: 12.34 A for the EM21 retrofit code 70, 1.234 A for 57.
+[16]
+model=GM3T
+idcode=70
+serial=GM3TRETROFIT16
+voltage1=230.0
+voltage2=231.0
+voltage3=232.0
+current1=1.234
+current2=2.5
+current3=0.05
+power=1500.0
+energy=42.0
+fault=frozen
+
+[17]
+model=GM3T
+idcode=57
+serial=GM3TREGULAR017
+voltage1=230.0
+voltage2=231.0
+voltage3=232.0
+current1=1.234
+current2=2.5
+current3=0.05
+power=1500.0
+energy=42.0
 fault=frozen
 )";
 }
@@ -32,7 +108,7 @@ const QString em24Address = "127.0.0.32";
 
 QStringList networkMeters()
 {
-    if (!SimulatorProcess::canServeModbusTcp())
+    if (!MeterSimulator::canServeModbusTcp())
         return {};
     return { pacAddress + ":PAC3220", em24Address + ":EM24:1650" };
 }
@@ -42,12 +118,24 @@ QByteArray corvix()
     QByteArray text = FrozenMeters::corvix() + R"(
 [mismatch]
 meter=modbus/1/11
+[em511]
+meter=modbus/1/13
+[em580]
+meter=modbus/1/14
+[gm3d]
+meter=modbus/1/15
+[gm3tretrofit]
+meter=modbus/1/16
+[gm3tregular]
+meter=modbus/1/17
 )";
     if (!networkMeters().isEmpty())
         text += "[tcp1]\nmeter=modbus/" + pacAddress.toLatin1() + "\n[tcp2]\nmeter=modbus/"
             + em24Address.toLatin1() + "\n";
     return text;
 }
+
+const QList<int> connectedAddresses { 7, 8, 9, 12, 13, 14, 15, 16, 17 };
 
 double number(const QString &reply)
 {
@@ -109,9 +197,8 @@ private slots:
             for (const QString &address : { pacAddress, em24Address })
                 QVERIFY(_rig->simulator("fault " + address + " frozen"));
         }
-        waitConnected("modbus/1/7");
-        waitConnected("modbus/1/8");
-        waitConnected("modbus/1/9");
+        for (int address : connectedAddresses)
+            waitConnected("modbus/1/" + QString::number(address));
     }
 
     void cleanupTestCase() { _rig.reset(); }
@@ -124,12 +211,13 @@ private slots:
             : QStringLiteral(" \"modbus/127.0.0.31\" \"modbus/127.0.0.32\"");
         QCOMPARE(_rig->busctl("meterList"),
             QStringLiteral("as %1 \"modbus/1/10\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/7\" "
-                           "\"modbus/1/11\"%2")
-                .arg(network.isEmpty() ? 5 : 7)
+                           "\"modbus/1/13\" \"modbus/1/12\" \"modbus/1/14\" \"modbus/1/15\" "
+                           "\"modbus/1/17\" \"modbus/1/16\" \"modbus/1/11\"%2")
+                .arg(network.isEmpty() ? 11 : 13)
                 .arg(network));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/7" }), QStringLiteral("b true"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/10" }), QStringLiteral("b true"));
-        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/12" }), QStringLiteral("b false"));
+        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/18" }), QStringLiteral("b false"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/01/7" }), QStringLiteral("b false"));
     }
 
@@ -158,6 +246,42 @@ private slots:
                                       { "current2", 2.5 }, { "current3", 3.5 }, { "power", 1800.0 },
                                       { "power_factor2", nan }, { "frequency", nan },
                                       { "total_energy", 777.7 }, { "total_energy_exported", 0.0 } };
+        QTest::newRow("EM540 power from words 28-29, unsigned power factor")
+            << "modbus/1/12"
+            << QVariantMap { { "voltage1", 230.1 }, { "voltage2", 231.2 }, { "voltage3", 229.3 },
+                   { "current1", 5.2 }, { "current2", 6.25 }, { "current3", 0.125 },
+                   { "power", 123.4 }, { "power_factor1", 65.535 }, { "power_factor2", 0.5 },
+                   { "power_factor3", 1.0 }, { "frequency", 50.1 }, { "total_energy", 2345.6 },
+                   { "total_energy_exported", 7.8 } };
+        QTest::newRow("EM511") << "modbus/1/13"
+                               << QVariantMap { { "voltage1", 231.5 }, { "voltage2", nan },
+                                      { "voltage3", nan }, { "current1", 7.25 },
+                                      { "current2", nan }, { "current3", nan }, { "power", 1678.4 },
+                                      { "power_factor1", -0.87 }, { "power_factor2", nan },
+                                      { "frequency", 49.9 }, { "total_energy", 555.5 },
+                                      { "total_energy_exported", 1.2 } };
+        QTest::newRow("EM580") << "modbus/1/14"
+                               << QVariantMap { { "voltage1", 229.9 }, { "voltage2", 230.4 },
+                                      { "voltage3", 231.0 }, { "current1", 16.0 },
+                                      { "current2", 15.5 }, { "current3", -2.25 },
+                                      { "power", -7200.5 }, { "power_factor1", 0.99 },
+                                      { "power_factor2", -0.98 }, { "power_factor3", 0.97 },
+                                      { "frequency", 50.0 }, { "total_energy", 98765.4 },
+                                      { "total_energy_exported", 321.0 } };
+        QTest::newRow("GM3D low words of the pairs")
+            << "modbus/1/15"
+            << QVariantMap { { "voltage1", 0.1 }, { "voltage2", 230.0 }, { "voltage3", 229.0 },
+                   { "current1", 5.5 }, { "current2", 0.0 }, { "current3", 4.9 },
+                   { "power", 3000.0 }, { "power_factor1", nan }, { "frequency", nan },
+                   { "total_energy", 100.5 }, { "total_energy_exported", 0.0 } };
+        const auto gm3t = [nan](double current1, double current2, double current3) {
+            return QVariantMap { { "voltage1", 230.0 }, { "voltage2", 231.0 },
+                { "voltage3", 232.0 }, { "current1", current1 }, { "current2", current2 },
+                { "current3", current3 }, { "power", 1500.0 }, { "power_factor1", nan },
+                { "frequency", nan }, { "total_energy", 42.0 }, { "total_energy_exported", 0.0 } };
+        };
+        QTest::newRow("GM3T code 70, currents / 100") << "modbus/1/16" << gm3t(12.34, 25.0, 0.5);
+        QTest::newRow("GM3T code 57, currents / 1000") << "modbus/1/17" << gm3t(1.234, 2.5, 0.05);
     }
 
     void readings()
@@ -195,6 +319,18 @@ private slots:
                                                      << "s \"EM111_AV7:EM111SERIAL00\"";
         QTest::newRow("EM210") << "modbus/1/9"
                                << "s \"EM210:EM210SN9\"";
+        QTest::newRow("EM540") << "modbus/1/12"
+                               << "s \"EM540:EM540SERIAL00012\"";
+        QTest::newRow("EM511") << "modbus/1/13"
+                               << "s \"EM511:EM511SERIAL013\"";
+        QTest::newRow("EM580") << "modbus/1/14"
+                               << "s \"EM580:EM580SERIAL014\"";
+        QTest::newRow("GM3D") << "modbus/1/15"
+                              << "s \"EM33_DIN_AV3:123456\"";
+        QTest::newRow("GM3T EM21 retrofit") << "modbus/1/16"
+                                            << "s \"EM21_72R:GM3TRETROFIT16\"";
+        QTest::newRow("GM3T EM21") << "modbus/1/17"
+                                   << "s \"EM21_AV5:GM3TREGULAR017\"";
         QTest::newRow("absent meter") << "modbus/1/10"
                                       << "s \":\"";
         QTest::newRow("unknown path") << "modbus/1/99"
@@ -210,6 +346,42 @@ private slots:
         QCOMPARE(_rig->busctl("info", "s", { path }), expected);
     }
 
+    // What each model asks for, as the simulator saw it: the identification code, the static
+    // read, then the measurement read at every poll.
+    void requestsOnTheWire_data()
+    {
+        QTest::addColumn<int>("slave");
+        QTest::addColumn<QStringList>("staticRead");
+        QTest::addColumn<QStringList>("measurement");
+        QTest::newRow("EM540") << 12
+                               << QStringList { "0x03 770 1", "0x03 771 1", "0x03 11 1",
+                                      "0x03 20480 8", "0x03 4356 1", "0x03 50 1" }
+                               << QStringList { "0x03 0 80" };
+        QTest::newRow("EM511") << 13 << QStringList { "0x03 770 1", "0x03 11 1", "0x03 20480 7" }
+                               << QStringList { "0x03 0 6", "0x03 14 4", "0x03 32 2" };
+        QTest::newRow("EM580") << 14 << QStringList { "0x03 770 2", "0x03 11 1", "0x03 20480 8" }
+                               << QStringList { "0x03 0 80" };
+        QTest::newRow("GM3D") << 15
+                              << QStringList { "0x03 770 2", "0x03 11 1", "0x03 16 1",
+                                     "0x03 4355 1", "0x03 4356 2" }
+                              << QStringList { "0x03 0 16" };
+        QTest::newRow("GM3T") << 16
+                              << QStringList { "0x03 770 1", "0x03 771 1", "0x03 11 1", "0x03 50 1",
+                                     "0x03 20480 7" }
+                              << QStringList { "0x03 0 6", "0x03 12 6", "0x03 40 2", "0x03 52 2" };
+    }
+
+    void requestsOnTheWire()
+    {
+        QFETCH(int, slave);
+        QFETCH(QStringList, staticRead);
+        QFETCH(QStringList, measurement);
+        const QStringList expected
+            = QStringList { "0x03 11 1" } + staticRead + measurement + measurement;
+        QTRY_VERIFY_WITH_TIMEOUT(_rig->simulatorRequests(slave).size() >= expected.size(), 10000);
+        QCOMPARE(_rig->simulatorRequests(slave).mid(0, expected.size()), expected);
+    }
+
     void silentAddress()
     {
         const QVariantMap absent = values("modbus/1/10");
@@ -223,8 +395,8 @@ private slots:
 
     void everyReadFailing()
     {
-        // Identified as an EM340, but the registers of that model are missing: every poll makes
-        // three attempts and counts one error.
+        // Identified as an EM540, but the registers of that model are missing: every poll makes
+        // three attempts, each ending in a failure the driver catches, and counts one error.
         QTRY_VERIFY_WITH_TIMEOUT(
             !_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).contains("nan"), 10000);
         QTRY_COMPARE_WITH_TIMEOUT(_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).left(9),
@@ -365,7 +537,8 @@ private slots:
         silence.start();
         QTRY_COMPARE_WITH_TIMEOUT(
             values("modbus/1/8").value("status").toString(), QStringLiteral("Faulty"), 40000);
-        // The last answer came at most a poll (about a second) before the silence began.
+        // The last answer came at most a turn of the line (about two seconds) before the silence
+        // began.
         QVERIFY2(silence.elapsed() > 17000 && silence.elapsed() < 26000,
             qPrintable(QString::number(silence.elapsed())));
         QVERIFY(std::isnan(number(_rig->busctl("current", "si", { "modbus/1/8", "1" }))));

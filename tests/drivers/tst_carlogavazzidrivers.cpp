@@ -5,6 +5,11 @@
 #include "modbusem24.h"
 #include "modbusem26.h"
 #include "modbusem340.h"
+#include "modbusem511.h"
+#include "modbusem540.h"
+#include "modbusem580.h"
+#include "modbusgm3d.h"
+#include "modbusgm3t.h"
 #include "ptypair.h"
 #include "registerslave.h"
 
@@ -24,22 +29,33 @@ constexpr quint16 untouched = 0xABCD;
 constexpr float nanF = std::numeric_limits<float>::quiet_NaN();
 
 template <typename Driver>
-std::unique_ptr<CarloGavazziDriver> make(ModbusReaderParent *meter, quint8 address)
+std::unique_ptr<ModbusRegisterReader> make(ModbusReaderParent *meter, quint8 address)
 {
     return std::make_unique<Driver>(meter, address);
 }
 
-const QMap<QString, std::unique_ptr<CarloGavazziDriver> (*)(ModbusReaderParent *, quint8)>
+const QMap<QString, std::unique_ptr<ModbusRegisterReader> (*)(ModbusReaderParent *, quint8)>
     makeDriver { { "EM111", make<ModbusEM111> }, { "EM210", make<ModbusEM210> },
-        { "EM24", make<ModbusEM24> }, { "EM26", make<ModbusEM26> },
-        { "EM340", make<ModbusEM340> } };
+        { "EM24", make<ModbusEM24> }, { "EM26", make<ModbusEM26> }, { "EM340", make<ModbusEM340> },
+        { "EM511", make<ModbusEM511> }, { "EM540", make<ModbusEM540> },
+        { "EM580", make<ModbusEM580> }, { "GM3D", make<ModbusGM3D> },
+        { "GM3T", make<ModbusGM3T> } };
 
-// Text as the meters store it: two bytes per register, the first one in the low byte.
+// Text as the older meters store it: two bytes per register, the first one in the low byte.
 Words textWords(const QByteArray &text)
 {
     Words words;
     for (qsizetype i = 0; i < text.size(); i += 2)
         words.append(quint8(text.at(i)) | (i + 1 < text.size() ? quint8(text.at(i + 1)) << 8 : 0));
+    return words;
+}
+
+// Text as the EM500 series stores it: the first character of a register in its high byte.
+Words textWordsHighFirst(const QByteArray &text)
+{
+    Words words;
+    for (qsizetype i = 0; i < text.size(); i += 2)
+        words.append(quint8(text.at(i)) << 8 | (i + 1 < text.size() ? quint8(text.at(i + 1)) : 0));
     return words;
 }
 
@@ -67,6 +83,21 @@ RegisterMap staticRegisters(const QString &model)
     if (model == QLatin1String("EM26"))
         return { { 770, { 4, 0 } }, { 11, { 79 } }, { 54, { 1 } },
             { 0x1300, textWords("KY9876") + Words { 0 } + textWords("543210") } };
+    if (model == QLatin1String("EM511"))
+        return { { 770, { 0x1203 } }, { 11, { 1794 } },
+            { 0x5000, textWordsHighFirst("EM511SN0000042") } };
+    if (model == QLatin1String("EM540"))
+        return { { 770, { 3 } }, { 771, { 1 } }, { 11, { 1762 } },
+            { 0x5000, textWords("BY2110000042001X") }, { 50, { 0xFFFF } } };
+    if (model == QLatin1String("EM580"))
+        return { { 770, { 0x1203, 0x2110 } }, { 11, { 1843 } },
+            { 0x5000, textWordsHighFirst("EM580SN0000099") + Words { 2023 } } };
+    if (model == QLatin1String("GM3D"))
+        return { { 770, { 2, 1 } }, { 11, { 64 } }, { 16, { 2020 } }, { 0x1103, { 5 } },
+            { 0x1104, int32s({ 123456789 }) } };
+    if (model == QLatin1String("GM3T"))
+        return { { 770, { 1 } }, { 771, { 2 } }, { 11, { 70 } }, { 50, { 1 } },
+            { 0x5000, textWords("GM3T0000000007") } };
     return { { 770, { 1, 2 } }, { 11, { 341 } }, { 50, { 0 } },
         { 0x5000, textWords("BX2019000123YZ") } };
 }
@@ -162,6 +193,25 @@ private slots:
             << "EM340" << RegisterMap { { 11, { 331 } }, { 50, { 3 } } }
             << "EM330_AV6 331 BX2019000123YZ 2"
             << "Unable to get production year." << true;
+        // The EM500 series: serials with the first character in the high byte.
+        QTest::newRow("EM511") << "EM511" << RegisterMap {} << "EM511 1794 EM511SN0000042 0"
+                               << "Firmware:  v1.2.3" << false;
+        QTest::newRow("EM580 year as extra value")
+            << "EM580" << RegisterMap {} << "EM580 1843 EM580SN0000099 2023"
+            << "Communication firmware:  v2.1.16" << false;
+        // The extra value tells the phase sequence: 1 forward, 2 reversed, 0 unknown.
+        QTest::newRow("EM540 reversed phase sequence")
+            << "EM540" << RegisterMap {} << "EM540 1762 BY2110000042001X 2"
+            << "Static:  43981  Phase sequence:  -1" << false;
+        QTest::newRow("EM540 unknown phase sequence")
+            << "EM540" << RegisterMap { { 50, { 5 } } } << "EM540 1762 BY2110000042001X 0"
+            << "readStatic Unknown phase sequence value 5" << false;
+        QTest::newRow("GM3D numeric serial")
+            << "GM3D" << RegisterMap {} << "EM33_DIN_AV3 64 123456789 0"
+            << "Year  2020  Serial:  123456789  2  5" << false;
+        QTest::newRow("GM3T EM21 retrofit")
+            << "GM3T" << RegisterMap {} << "EM21_72R 70 GM3T0000000007 2"
+            << "ID  70" << false;
     }
 
     void staticRead()
@@ -173,6 +223,7 @@ private slots:
         QFETCH(bool, writes);
         loadRegisters(staticRegisters(model));
         loadRegisters(changes);
+        const quint16 before = _slave->registerValue(writtenRegister);
         FakeReaderParent meter;
         const auto driver = makeDriver.value(model)(&meter, slaveAddress);
         const LogCapture log;
@@ -187,7 +238,7 @@ private slots:
                          QString::number(update.extra)),
             published);
         QVERIFY2(log.count(logged) == 1, qPrintable(logged));
-        QCOMPARE(_slave->registerValue(writtenRegister), writes ? quint16(0) : untouched);
+        QCOMPARE(_slave->registerValue(writtenRegister), writes ? quint16(0) : before);
     }
 
     void readValues_data()
@@ -276,13 +327,22 @@ private slots:
         QTest::newRow("EM111 energy") << "EM111" << own << true << refused << 2 << none;
         QTest::newRow("EM26 energy") << "EM26" << own << true << refused << 4 << none;
         QTest::newRow("EM340 second block") << "EM340" << own << true << refused << 2 << none;
+        QTest::newRow("GM3T serial after the code")
+            << "GM3T" << own << false << refused << 5 << failure;
+        // The EM540 hands every failure of its own reads to the error routine, exceptions
+        // included, and lets none of them out.
+        QTest::newRow("EM540 phase sequence") << "EM540" << own << false << refused << 6 << failure;
+        QTest::newRow("EM540 bulk block") << "EM540" << own << true << refused << 1 << failure;
+        QTest::newRow("EM540 bulk block silent")
+            << "EM540" << own << true << RegisterSlave::Fault::Silent << 1 << reason(ETIMEDOUT);
         // 248 is above the RTU slave range, so libmodbus refuses it. The context is set to the
         // test slave: a driver that went on after the refusal would reach it.
         for (const QString &model : makeDriver.keys()) {
             QTest::addRow("%s address 248", qPrintable(model))
                 << model << 248 << false << refused << 0 << reason(EINVAL);
             QTest::addRow("%s address 248, measurement", qPrintable(model))
-                << model << 248 << true << refused << 0 << none;
+                << model << 248 << true << refused << 0
+                << (model == QLatin1String("EM540") ? reason(EINVAL) : none);
         }
     }
 

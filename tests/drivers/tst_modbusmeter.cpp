@@ -1,10 +1,12 @@
 #include "clock.h"
 #include "logcapture.h"
+#include "metersimulator.h"
 #include "modbusmeter.h"
 #include "ptypair.h"
 #include "registerslave.h"
 
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <cmath>
@@ -24,6 +26,19 @@ void loadEm111(RegisterSlave &slave, quint16 idCode = 101)
     slave.setRegisters(20, { 420, 0 });
 }
 
+modbus_t *connectedContext(const QString &device)
+{
+    modbus_t *context = modbus_new_rtu(device.toLocal8Bit().constData(), 9600, 'N', 8, 1);
+    if (!context)
+        return nullptr;
+    modbus_set_response_timeout(context, 0, 500000);
+    if (modbus_connect(context) == -1) {
+        modbus_free(context);
+        return nullptr;
+    }
+    return context;
+}
+
 } // namespace
 
 // The meter core polled from the test's thread (standing in for the channel's reader thread)
@@ -38,10 +53,10 @@ private:
     modbus_t *_context = nullptr;
 
     // One poll as the queue makes it, a poll interval after the previous one.
-    void poll(ModbusMeter &meter)
+    void poll(ModbusMeter &meter, modbus_t *context = nullptr)
     {
         Clock::advance(1001);
-        meter.useContext(_context);
+        meter.useContext(context ? context : _context);
         QCoreApplication::processEvents();
     }
 
@@ -52,10 +67,8 @@ private slots:
         QVERIFY(_pty->isReady());
         _slave = std::make_unique<RegisterSlave>(_pty->second(), address);
         QVERIFY(_slave->isReady());
-        _context = modbus_new_rtu(_pty->first().toLocal8Bit().constData(), 9600, 'N', 8, 1);
+        _context = connectedContext(_pty->first());
         QVERIFY(_context);
-        modbus_set_response_timeout(_context, 0, 500000);
-        QCOMPARE(modbus_connect(_context), 0);
     }
 
     void cleanup()
@@ -72,9 +85,9 @@ private slots:
         QTest::addColumn<QString>("line");
         QTest::addColumn<bool>("detected");
         const QString cg = QStringLiteral("_detectMeterType Carlo Gavazzi ");
-        QTest::newRow("EM511") << 1794 << cg + "EM511 Modbus Meter detected. Code:  1794" << false;
-        QTest::newRow("EM580") << 1843 << cg + "EM580 Modbus Meter detected. Code:  1843" << false;
-        QTest::newRow("EM540") << 1762 << cg + "EM540 Modbus Meter detected. Code:  1762" << false;
+        QTest::newRow("EM511") << 1794 << cg + "EM511 Modbus Meter detected. Code:  1794" << true;
+        QTest::newRow("EM580") << 1843 << cg + "EM580 Modbus Meter detected. Code:  1843" << true;
+        QTest::newRow("EM540") << 1762 << cg + "EM540 Modbus Meter detected. Code:  1762" << true;
         for (int code : { 331, 332, 335, 336, 341, 345, 346 })
             QTest::addRow("EM300 %d", code)
                 << code
@@ -85,7 +98,7 @@ private slots:
                 << code
                 << cg + "EM210 series Modbus meter detected. Code:  " + QString::number(code)
                 << true;
-        QTest::newRow("GM3D") << 64 << "_detectMeterType Garo GM3D Modbus Meter detected" << false;
+        QTest::newRow("GM3D") << 64 << "_detectMeterType Garo GM3D Modbus Meter detected" << true;
         for (int code : { 100, 101, 102, 103, 104, 110, 114, 120, 121 })
             QTest::addRow("EM111 %d", code)
                 << code
@@ -95,9 +108,16 @@ private slots:
             QTest::addRow("EM26 %d", code)
                 << code << cg + "EM26 series Modbus meter detected. Code:  " + QString::number(code)
                 << true;
-        QTest::newRow("EM21 57") << 57 << "_detectMeterType EM21 regular version" << false;
-        QTest::newRow("EM21 58") << 58 << "_detectMeterType EM21 regular version" << false;
-        QTest::newRow("EM21 retrofit") << 70 << "_detectMeterType EM21 Retrofit version" << false;
+        for (int code : { 57, 58, 70 })
+            QTest::addRow("EM21 %d", code)
+                << code << cg + "EM21 series Modbus meter detected. Code:  " + QString::number(code)
+                << true;
+        QTest::newRow("EM21 57 regular") << 57 << "_detectMeterType EM21 regular version" << true;
+        QTest::newRow("EM21 58 regular") << 58 << "_detectMeterType EM21 regular version" << true;
+        QTest::newRow("EM21 70 retrofit") << 70 << "_detectMeterType EM21 Retrofit version" << true;
+        // Only the TCP meter reads a PAC3220.
+        QTest::newRow("PAC3220") << 42 << "ID Code does not match any known modbus meter:  42"
+                                 << false;
         QTest::newRow("inside the EM300 range")
             << 333 << "ID Code does not match any known modbus meter:  333" << false;
         QTest::newRow("zero") << 0 << "ID Code does not match any known modbus meter:  0" << false;
@@ -139,13 +159,86 @@ private slots:
         QCOMPARE(ModbusUnit::minimumPauseMs(), 40);
     }
 
-    void iskraIsTakenWithoutTraffic()
+    // The ISKRA meter has no identification code: its type comes from the configuration. It is
+    // read with function 0x04 from the simulator's WM3M6.
+    void iskraWithoutIdentification()
     {
+        MeterSimulator simulator(R"(
+[7]
+model=WM3M6
+serial=WM123456
+voltage1=230.12
+current1=12.345
+power=-2500.5
+powerfactor1=-0.95
+frequency=49.98
+energy=4321.0987
+fault=frozen
+)");
+        const QTemporaryDir directory;
+        const QString device = directory.filePath("ttyModbusOcu");
+        QVERIFY(simulator.start(device));
+        const std::unique_ptr<modbus_t, void (*)(modbus_t *)> context(
+            connectedContext(device), [](modbus_t *context) {
+                modbus_close(context);
+                modbus_free(context);
+            });
+        QVERIFY(context);
         ModbusMeter meter(address, 4);
         LogCapture log;
-        meter.useContext(_context);
-        QCOMPARE(_slave->requestCount(), 0);
+
+        poll(meter, context.get());
+        QVERIFY(meter.isDetected());
         QVERIFY(log.contains("modbus.meter", QtDebugMsg, "_detectMeterType Creating ISKRA meter!"));
+        QVERIFY(simulator.requests(address).isEmpty());
+
+        // Every request refused: the static read and each of the three attempts stop at their
+        // first request.
+        QVERIFY(simulator.command("fault 7 exception"));
+        poll(meter, context.get());
+        QCOMPARE(
+            log.count("modbus.meter", QtWarningMsg, "readStatic Failure to read REG_SW_REFERENCE"),
+            1);
+        QCOMPARE(
+            log.count("modbus.meter", QtWarningMsg, "readRegisters Failure to read voltage"), 3);
+        QCOMPARE(meter.getErrorRate(), 100.0 / 3);
+
+        QVERIFY(simulator.command("fault 7 frozen"));
+        poll(meter, context.get());
+        const QStringList failed { "0x04 13 1", "0x04 107 6", "0x04 107 6", "0x04 107 6" };
+        const QStringList staticRead { "0x04 13 1", "0x04 14 1", "0x04 1 8", "0x04 9 4" };
+        const QStringList values { "0x04 107 6", "0x04 126 6", "0x04 166 6", "0x04 105 2",
+            "0x04 140 2", "0x04 434 2" };
+        QCOMPARE(simulator.requests(address), failed + staticRead + values);
+        QCOMPARE(meter.info(), QStringLiteral("WM3M6:WM123456"));
+        QCOMPARE(meter.voltage(1), double(230.12f));
+        QCOMPARE(meter.voltage(2), double(231.0f)); // the simulator's default
+        QCOMPARE(meter.current(1), double(12.345f));
+        QCOMPARE(meter.power(), -2500.5);
+        // Only the magnitude: the sign bits are not read.
+        QCOMPARE(meter.powerFactor(1), double(0.95f));
+        QCOMPARE(meter.frequency(), double(49.98f));
+        QCOMPARE(meter.totalEnergy(), 4321.0987);
+        QCOMPARE(meter.totalEnergyExported(), 0.0);
+    }
+
+    // Identification and static registers answer, but the EM540's 80-register block is not
+    // there: each of the three attempts hands libmodbus's text to the tally, and the read cycle
+    // adds it once more after the last. No exception gets out of the poll.
+    void failingEm540BulkRead()
+    {
+        _slave->setRegister(11, 1762);
+        _slave->setRegisters(770, { 1, 0 });
+        _slave->setRegisters(0x5000, { 0x4D45, 0x3435, 0x0030, 0, 0, 0, 0, 0 }); // "EM540"
+        _slave->setRegister(0x1104, 0);
+        _slave->setRegister(50, 0);
+        ModbusMeter meter(address, 2);
+        poll(meter);
+        poll(meter);
+        QCOMPARE(meter.info(), QStringLiteral("EM540:EM540"));
+        QCOMPARE(meter.errorTally(), (QMap<QString, int> { { "Illegal data address", 4 } }));
+        QCOMPARE(meter.getErrorRate(), 100.0 / 3);
+        QVERIFY(std::isnan(meter.voltage(1)));
     }
 
     void silentMeterAndTheErrorSummary()

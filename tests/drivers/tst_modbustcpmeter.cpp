@@ -1,7 +1,7 @@
 #include "clock.h"
 #include "logcapture.h"
+#include "metersimulator.h"
 #include "modbustcpmeter.h"
-#include "simulatorprocess.h"
 
 #include <QCoreApplication>
 #include <QTest>
@@ -26,8 +26,7 @@ void advance(qint64 ms)
 }
 
 // Detection asks with the default unit id 255; the drivers select unit 0 for their reads.
-int registerReads(
-    SimulatorProcess &simulator, const QString &address, int unit, int start, int count)
+int registerReads(MeterSimulator &simulator, const QString &address, int unit, int start, int count)
 {
     return simulator.count(QStringLiteral("tcp %1 slave %2 function 0x03 address %3 count %4")
                                .arg(address)
@@ -45,14 +44,14 @@ class TestModbusTcpMeter : public QObject
     Q_OBJECT
 
 private:
-    SimulatorProcess _simulator;
+    MeterSimulator _simulator;
 
 private slots:
     void initTestCase()
     {
-        if (!SimulatorProcess::canServeModbusTcp())
+        if (!MeterSimulator::canServeModbusTcp())
             QSKIP("binding port 502 needs root (or run the suite inside unshare -rn)");
-        QVERIFY(_simulator.start(
+        QVERIFY(_simulator.start(QString(),
             { "--tcp", pacAddress + ":PAC3220", "--tcp", em24Address + ":EM24:1650", "--tcp",
                 unknownEm24Address + ":EM24:1654", "--tcp", lowerCaseAddress + ":PAC3220" }));
         for (const QString &address : { pacAddress, em24Address })

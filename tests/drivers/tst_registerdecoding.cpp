@@ -11,14 +11,20 @@ class TestRegisterDecoding : public QObject
 private slots:
     void int32LswFirst_data();
     void int32LswFirst();
+    void int32MswFirst_data();
+    void int32MswFirst();
     void int16_data();
     void int16();
     void floatMswFirst_data();
     void floatMswFirst();
     void serialFromRegisters_data();
     void serialFromRegisters();
+    void textHighByteFirst_data();
+    void textHighByteFirst();
     void nibbleVersion_data();
     void nibbleVersion();
+    void packed_data();
+    void packed();
 };
 
 void TestRegisterDecoding::int32LswFirst_data()
@@ -42,6 +48,26 @@ void TestRegisterDecoding::int32LswFirst()
     QFETCH(qint32, expected);
 
     QCOMPARE(RegisterDecoding::int32LswFirst(words.constData()), expected);
+}
+
+void TestRegisterDecoding::int32MswFirst_data()
+{
+    QTest::addColumn<Words>("words");
+    QTest::addColumn<qint32>("expected");
+
+    QTest::newRow("low word second") << Words { 0, 2301 } << 2301;
+    QTest::newRow("high word first counts 65536") << Words { 0x0001, 0xE240 } << 123456;
+    QTest::newRow("negative") << Words { 0xFFFF, 0xFB2E } << -1234;
+    QTest::newRow("maximum") << Words { 0x7FFF, 0xFFFF } << std::numeric_limits<qint32>::max();
+    QTest::newRow("minimum") << Words { 0x8000, 0x0000 } << std::numeric_limits<qint32>::min();
+}
+
+void TestRegisterDecoding::int32MswFirst()
+{
+    QFETCH(Words, words);
+    QFETCH(qint32, expected);
+
+    QCOMPARE(RegisterDecoding::int32MswFirst(words.constData()), expected);
 }
 
 void TestRegisterDecoding::int16_data()
@@ -130,6 +156,29 @@ void TestRegisterDecoding::serialFromRegisters()
     QVERIFY(!serial.contains(QChar(0)));
 }
 
+void TestRegisterDecoding::textHighByteFirst_data()
+{
+    QTest::addColumn<Words>("words");
+    QTest::addColumn<QString>("expected");
+
+    // "AB" lies in one register as 0x4142: the character sent first comes first.
+    QTest::newRow("high byte before low byte")
+        << Words { 0x4142, 0x4344 } << QStringLiteral("ABCD");
+    QTest::newRow("zero padding dropped")
+        << Words { 0x574D, 0x334D, 0x3600, 0x0000 } << QStringLiteral("WM3M6");
+    QTest::newRow("zero byte first in a register") << Words { 0x0031, 0x3200 } << "12";
+    QTest::newRow("Latin-1 high bytes") << Words { 0xE9FC } << QStringLiteral(u"\u00E9\u00FC");
+    QTest::newRow("no registers") << Words {} << QString();
+}
+
+void TestRegisterDecoding::textHighByteFirst()
+{
+    QFETCH(Words, words);
+    QFETCH(QString, expected);
+
+    QCOMPARE(RegisterDecoding::textHighByteFirst(words.constData(), int(words.size())), expected);
+}
+
 void TestRegisterDecoding::nibbleVersion_data()
 {
     QTest::addColumn<quint16>("word");
@@ -147,6 +196,57 @@ void TestRegisterDecoding::nibbleVersion()
     QFETCH(QString, expected);
 
     QCOMPARE(RegisterDecoding::nibbleVersion(word), expected);
+}
+
+enum class Packed { FormatA, FormatB, PowerFactor };
+Q_DECLARE_METATYPE(Packed)
+
+double decodePacked(Packed format, const quint16 *words)
+{
+    switch (format) {
+    case Packed::FormatA:
+        return RegisterDecoding::packedFormatA(words);
+    case Packed::FormatB:
+        return RegisterDecoding::packedFormatB(words);
+    case Packed::PowerFactor:
+        return RegisterDecoding::packedPowerFactor(words);
+    }
+    return qQNaN();
+}
+
+// ISKRA values: two registers, the exponent in the top byte of the first.
+void TestRegisterDecoding::packed_data()
+{
+    QTest::addColumn<Packed>("format");
+    QTest::addColumn<Words>("words");
+    QTest::addColumn<double>("expected");
+
+    QTest::newRow("A: 1234 x 10^-2") << Packed::FormatA << Words { 0xFE00, 0x04D2 } << 12.34;
+    QTest::newRow("A: exponent 0") << Packed::FormatA << Words { 0x0000, 0x04D2 } << 1234.0;
+    QTest::newRow("A: positive exponent") << Packed::FormatA << Words { 0x0300, 0x0007 } << 7000.0;
+    QTest::newRow("A: mantissa above 2^23 stays positive")
+        << Packed::FormatA << Words { 0x00FF, 0xFFFF } << 16777215.0;
+    QTest::newRow("A: zero") << Packed::FormatA << Words { 0xFD00, 0x0000 } << 0.0;
+    QTest::newRow("A: smallest exponent") << Packed::FormatA << Words { 0x8000, 0x0001 } << 1e-128;
+    QTest::newRow("A: largest exponent") << Packed::FormatA << Words { 0x7F00, 0x0001 } << 1e127;
+    QTest::newRow("B: negative mantissa") << Packed::FormatB << Words { 0xFFFF, 0x9E53 } << -2500.5;
+    QTest::newRow("B: positive mantissa") << Packed::FormatB << Words { 0xFE00, 0x04D2 } << 12.34;
+    QTest::newRow("B: most negative mantissa")
+        << Packed::FormatB << Words { 0x0080, 0x0000 } << -8388608.0;
+    QTest::newRow("power factor: low word / 10^4")
+        << Packed::PowerFactor << Words { 0x0000, 0x2648 } << 0.98;
+    QTest::newRow("power factor: sign bits in the high word ignored")
+        << Packed::PowerFactor << Words { 0xFFFF, 0x2648 } << 0.98;
+    QTest::newRow("power factor: largest") << Packed::PowerFactor << Words { 0, 0xFFFF } << 6.5535;
+}
+
+void TestRegisterDecoding::packed()
+{
+    QFETCH(Packed, format);
+    QFETCH(Words, words);
+    QFETCH(double, expected);
+
+    QCOMPARE(decodePacked(format, words.constData()), expected);
 }
 
 QTEST_GUILESS_MAIN(TestRegisterDecoding)

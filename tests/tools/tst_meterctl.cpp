@@ -183,6 +183,7 @@ private slots:
         QVERIFY(_rig->start());
         waitConnected("modbus/1/7");
         waitConnected("modbus/1/8");
+        waitConnected("modbus/1/12");
     }
 
     void cleanupTestCase() { _rig.reset(); }
@@ -212,6 +213,12 @@ private slots:
                    { "Energy imported", "42.50 kWh" } }
             << QVariantMap { { "voltage1", 228.4 }, { "voltage2", missing }, { "current1", 9.876 },
                    { "power", 2254.6 }, { "total_energy", 42.5 } };
+        QTest::newRow("EM540, a register-index driver")
+            << "modbus/1/12"
+            << Details { { "Model:Serial", "EM540:EM540SERIAL00012" }, { "Power", "123.4 W" },
+                   { "Power factor L1", "65.535" }, { "Energy exported", "7.80 kWh" } }
+            << QVariantMap { { "model", "EM540" }, { "serial", "EM540SERIAL00012" },
+                   { "power", 123.4 }, { "power_factor1", 65.535 } };
         QTest::newRow("absent meter")
             << "modbus/1/10"
             << Details { { "Status", "NotFound" }, { "Model:Serial", "-" }, { "Error rate", "-" },
@@ -259,7 +266,7 @@ private slots:
         QVERIFY(result.err.isEmpty());
         const QList<QStringList> rows = tableRows(result.out);
         QCOMPARE(rows.value(0), QStringList({ "PATH", "STATUS", "MODEL:SERIAL", "ERRORS [%]" }));
-        QCOMPARE(rows.size(), 5);
+        QCOMPARE(rows.size(), 6);
         const QStringList em340 = rowOf(rows, "modbus/1/7");
         QCOMPARE(em340.mid(1, 2), QStringList({ "Connected", "EM340:EM340SERIAL007" }));
         // The error rate moves with the traffic; a percentage with two decimals, and small.
@@ -348,12 +355,12 @@ private slots:
     {
         const Run result = run({ "watch", "--count", "2" });
         QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-        // Not a terminal: one frame after the other, each its time, the header and four meters.
+        // Not a terminal: one frame after the other, each its time, the header and five meters.
         QVERIFY(!result.out.contains('\x1b'));
         const QStringList lines = result.out.split('\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 2 * 6);
+        QCOMPARE(lines.size(), 2 * 7);
         for (int frame = 0; frame < 2; ++frame) {
-            const QList<QStringList> rows = tableRows(lines.mid(frame * 6 + 1, 5).join('\n'));
+            const QList<QStringList> rows = tableRows(lines.mid(frame * 7 + 1, 6).join('\n'));
             QCOMPARE(rows.value(0).value(2), QStringLiteral("U1 [V]"));
             QCOMPARE(rowOf(rows, "modbus/1/7").mid(1, 3),
                 QStringList({ "Connected", "230.1", "231.2" }));

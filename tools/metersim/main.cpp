@@ -1,6 +1,6 @@
-// metersim plays energy meters as Modbus RTU slaves, several slave ids on one serial line, and
-// as Modbus TCP devices on loopback addresses, so that meterd can be tested and shown without
-// hardware.
+// metersim plays energy meters (Carlo Gavazzi, Garo, ISKRA, Siemens) as Modbus RTU slaves,
+// several slave ids on one serial line, and as Modbus TCP devices on loopback addresses, so that
+// meterd can be tested and shown without hardware.
 //
 // Command line:
 //   metersim [--pty LINK | --device PATH] [--meter ID:MODEL[:SERIAL]]... [--scenario FILE]
@@ -8,7 +8,8 @@
 //   --pty LINK      make a pseudo-terminal pair, serve on its master side, point LINK at its
 //                   slave side (an old symlink there is replaced, and removed again on exit)
 //   --device PATH   serve on an existing serial device or pty end, raw 9600 8N1
-//   --meter         a meter with default values; MODEL is EM340, EM111, EM210, EM24 or EM26
+//   --meter         a meter with default values; MODEL is EM340, EM111, EM210, EM24, EM26,
+//                   EM540, EM511, EM580, GM3D, GM3T, WM3M6 or PAC3220
 //   --tcp           a Modbus TCP device at HOST port 502 (binding it needs root or a network
 //                   namespace of one's own), e.g. 127.0.0.2:PAC3220 or 127.0.0.3:EM24:1650
 //   --verbose       log every request (category "metersim", debug level) on stderr
@@ -35,8 +36,8 @@
 //
 // Scenario file, INI, one group per slave id (1..247), every key but model optional:
 //   [7]
-//   model=EM340             ; EM340 EM111 EM210 EM24 EM26
-//   serial=EM340SIM000007   ; longer than the model's serial registers hold: cut
+//   model=EM340             ; EM340 EM111 EM210 EM24 EM26 EM540 EM511 EM580 GM3D GM3T WM3M6
+//   serial=EM340SIM000007   ; longer than the model's serial registers hold: cut; GM3D: number
 //   idcode=341              ; identification code, register 11; default by model
 //   voltage1=230.1          ; V, also voltage2, voltage3
 //   current1=5.2            ; A, also current2, current3
@@ -45,9 +46,10 @@
 //   frequency=50.0          ; Hz
 //   energy=1234.5           ; kWh imported
 //   energyexported=12.3     ; kWh exported
+//   apparentpower3=1124.6   ; VA of phase 3
 //   year=2021               ; production year register, verbatim; none: register missing
 //   fault=none              ; fault at start
-// A model ignores the values it has no register for.
+// A model ignores the values it has no register for and refuses those its registers cannot hold.
 
 #include "commandinterpreter.h"
 #include "commandline.h"

@@ -42,8 +42,10 @@ std::optional<int> Meter::parseId(const QString &text)
     return id;
 }
 
-std::optional<QList<quint16>> Meter::read(quint16 address, int count) const
+std::optional<QList<quint16>> Meter::read(quint8 function, quint16 address, int count) const
 {
+    if (!_layout->reads(function))
+        return std::nullopt;
     return RegisterImage(*_layout, presentedValues(), _writable).read(address, count);
 }
 

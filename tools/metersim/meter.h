@@ -31,7 +31,8 @@ public:
     Fault::Kind fault() const { return _fault; }
     void setFault(Fault::Kind fault) { _fault = fault; }
 
-    std::optional<QList<quint16>> read(quint16 address, int count) const;
+    // Nothing when the model has no such registers for that read function.
+    std::optional<QList<quint16>> read(quint8 function, quint16 address, int count) const;
     // False when the register does not exist or cannot be written.
     bool write(quint16 address, quint16 value);
 

@@ -3,6 +3,8 @@
 #include "logging.h"
 #include "registerlayout.h"
 
+#include <cmath>
+
 namespace {
 
 constexpr std::array<double, Quantity::Count> DefaultQuantities {
@@ -13,6 +15,7 @@ constexpr std::array<double, Quantity::Count> DefaultQuantities {
     50.0, // frequency
     1234.5, // imported energy
     12.3, // exported energy
+    1124.6, // apparent power of phase 3
     0.0, // imported energy, second tariff
 };
 
@@ -25,13 +28,15 @@ std::optional<quint16> parseRegister(const QString &text)
     return ok ? std::optional(value) : std::nullopt;
 }
 
-// A serial unique per slave id that fills the model's serial registers exactly.
+// A serial unique per slave id; as text it fills the model's serial registers exactly.
 QString defaultSerial(const RegisterLayout &layout, int slaveId)
 {
+    if (layout.serial.format == SerialRegisters::NumberLswFirst)
+        return QString::number(slaveId);
     const QString prefix = QStringLiteral("SIM");
     return prefix
         + QString::number(slaveId).rightJustified(
-            layout.serialRegisters * 2 - prefix.size(), QLatin1Char('0'));
+            layout.serial.count * 2 - prefix.size(), QLatin1Char('0'));
 }
 
 }
@@ -42,7 +47,8 @@ MeterValues::MeterValues(const RegisterLayout &layout, int slaveId)
     , _idCode(layout.defaultIdCode)
     , _year(layout.yearAddress ? std::optional(DefaultYear) : std::nullopt)
 {
-    takeSerial(defaultSerial(layout, slaveId));
+    QString error;
+    takeSerial(defaultSerial(layout, slaveId), &error);
 }
 
 bool MeterValues::set(const QString &key, const QString &text, QString *error)
@@ -53,10 +59,8 @@ bool MeterValues::set(const QString &key, const QString &text, QString *error)
         return parseIdCode(text, error);
     if (key.compare(u"year", Qt::CaseInsensitive) == 0)
         return parseYear(text, error);
-    if (key.compare(u"serial", Qt::CaseInsensitive) == 0) {
-        takeSerial(text);
-        return true;
-    }
+    if (key.compare(u"serial", Qt::CaseInsensitive) == 0)
+        return takeSerial(text, error);
     *error = QStringLiteral("unknown key %1 (known: %2 idcode serial year)")
                  .arg(key, Quantity::keys().join(u' '));
     return false;
@@ -66,11 +70,24 @@ bool MeterValues::parseQuantity(Quantity::Kind kind, const QString &text, QStrin
 {
     bool ok = false;
     const double value = text.toDouble(&ok);
-    if (!ok || !Quantity::fits(kind, value)) {
+    if (!ok || !fits(kind, value)) {
         *error = QStringLiteral("bad value %1 for %2").arg(text, Quantity::key(kind));
         return false;
     }
     _quantities[kind] = value;
+    return true;
+}
+
+// A value must survive every register the model keeps it in; a model without such a register
+// takes any number and ignores it.
+bool MeterValues::fits(Quantity::Kind kind, double value) const
+{
+    if (!std::isfinite(value))
+        return false;
+    for (const QuantityRegister &slot : _layout->quantities) {
+        if (slot.quantity == kind && !RegisterEncoding::fits(slot.encoding, slot.decimals, value))
+            return false;
+    }
     return true;
 }
 
@@ -101,13 +118,25 @@ bool MeterValues::parseYear(const QString &text, QString *error)
     return true;
 }
 
-// The serial registers have a fixed size; a longer text is cut so that they keep it.
-void MeterValues::takeSerial(const QString &text)
+// The serial registers have a fixed size; a longer text is cut so that they keep it. A serial
+// kept as a number must be one.
+bool MeterValues::takeSerial(const QString &text, QString *error)
 {
-    const qsizetype capacity = _layout->serialRegisters * 2;
+    if (_layout->serial.format == SerialRegisters::NumberLswFirst) {
+        bool ok = false;
+        const uint number = text.toUInt(&ok);
+        if (!ok) {
+            *error = QStringLiteral("bad serial %1 (a number, 0..4294967295)").arg(text);
+            return false;
+        }
+        _serial = QByteArray::number(number);
+        return true;
+    }
+    const qsizetype capacity = _layout->serial.count * 2;
     _serial = text.toLatin1();
     if (_serial.size() > capacity) {
         qCWarning(lcMeterSim).noquote() << "serial" << text << "cut to" << capacity << "characters";
         _serial.truncate(capacity);
     }
+    return true;
 }

@@ -27,9 +27,10 @@ public:
 
 private:
     bool parseQuantity(Quantity::Kind kind, const QString &text, QString *error);
+    bool fits(Quantity::Kind kind, double value) const;
     bool parseIdCode(const QString &text, QString *error);
     bool parseYear(const QString &text, QString *error);
-    void takeSerial(const QString &text);
+    bool takeSerial(const QString &text, QString *error);
 
     const RegisterLayout *_layout;
     std::array<double, Quantity::Count> _quantities;

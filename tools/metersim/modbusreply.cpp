@@ -29,7 +29,7 @@ namespace {
         const int count = request.operand;
         if (count < 1 || count > MODBUS_MAX_READ_REGISTERS)
             return exceptionPdu(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
-        const auto registers = meter.read(request.address, count);
+        const auto registers = meter.read(request.function, request.address, count);
         if (!registers)
             return exceptionPdu(request, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);
         QByteArray pdu;

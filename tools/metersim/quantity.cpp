@@ -1,9 +1,6 @@
 #include "quantity.h"
 
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <limits>
 
 namespace Quantity {
 
@@ -13,25 +10,24 @@ namespace {
     {
         Kind kind;
         const char *key;
-        double scale;
-        bool wide;
     };
 
     constexpr std::array<Definition, Count> Definitions { {
-        { Voltage1, "voltage1", 10, true },
-        { Voltage2, "voltage2", 10, true },
-        { Voltage3, "voltage3", 10, true },
-        { Current1, "current1", 1000, true },
-        { Current2, "current2", 1000, true },
-        { Current3, "current3", 1000, true },
-        { Power, "power", 10, true },
-        { PowerFactor1, "powerfactor1", 1000, false },
-        { PowerFactor2, "powerfactor2", 1000, false },
-        { PowerFactor3, "powerfactor3", 1000, false },
-        { Frequency, "frequency", 10, false },
-        { Energy, "energy", 10, true },
-        { EnergyExported, "energyexported", 10, true },
-        { EnergyTariff2, "energy2", 10, true },
+        { Voltage1, "voltage1" },
+        { Voltage2, "voltage2" },
+        { Voltage3, "voltage3" },
+        { Current1, "current1" },
+        { Current2, "current2" },
+        { Current3, "current3" },
+        { Power, "power" },
+        { PowerFactor1, "powerfactor1" },
+        { PowerFactor2, "powerfactor2" },
+        { PowerFactor3, "powerfactor3" },
+        { Frequency, "frequency" },
+        { Energy, "energy" },
+        { EnergyExported, "energyexported" },
+        { ApparentPower3, "apparentpower3" },
+        { EnergyTariff2, "energy2" },
     } };
 
     // Definitions is indexed by Kind, so its order must follow the enumeration.
@@ -44,23 +40,6 @@ namespace {
         return true;
     }
     static_assert(followsEnumeration());
-
-    double lowest(Kind kind)
-    {
-        return Definitions[kind].wide ? std::numeric_limits<qint32>::min()
-                                      : std::numeric_limits<qint16>::min();
-    }
-
-    double highest(Kind kind)
-    {
-        return Definitions[kind].wide ? std::numeric_limits<qint32>::max()
-                                      : std::numeric_limits<qint16>::max();
-    }
-
-    double scaled(Kind kind, double value)
-    {
-        return std::round(value * Definitions[kind].scale);
-    }
 
 }
 
@@ -84,24 +63,6 @@ QStringList keys()
     for (const Definition &definition : Definitions)
         result.append(QLatin1String(definition.key));
     return result;
-}
-
-bool isWide(Kind kind)
-{
-    return Definitions[kind].wide;
-}
-
-bool fits(Kind kind, double value)
-{
-    const double raw = scaled(kind, value);
-    return std::isfinite(raw) && raw >= lowest(kind) && raw <= highest(kind);
-}
-
-qint32 encode(Kind kind, double value)
-{
-    if (std::isnan(value))
-        return 0;
-    return static_cast<qint32>(std::clamp(scaled(kind, value), lowest(kind), highest(kind)));
 }
 
 }

@@ -5,7 +5,8 @@
 #include <QtGlobal>
 #include <optional>
 
-// The measured values a meter reports, each stored on the wire as a scaled signed integer.
+// The measured values a meter reports, in physical units; how each model stores them is in its
+// register layout.
 namespace Quantity {
 
 enum Kind {
@@ -22,6 +23,7 @@ enum Kind {
     Frequency,
     Energy,
     EnergyExported,
+    ApparentPower3,
     // Meters with two tariffs count the second apart; the daemon adds both.
     EnergyTariff2,
 };
@@ -30,14 +32,5 @@ inline constexpr int Count = EnergyTariff2 + 1;
 std::optional<Kind> fromKey(const QString &key);
 QString key(Kind kind);
 QStringList keys();
-
-// INT32 quantities take two registers, the others one (INT16).
-bool isWide(Kind kind);
-
-// Whether value survives scaling into the quantity's register width.
-bool fits(Kind kind, double value);
-
-// The scaled register value; saturates, so a value pushed out of range by drift cannot overflow.
-qint32 encode(Kind kind, double value);
 
 }

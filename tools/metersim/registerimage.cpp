@@ -3,8 +3,6 @@
 #include "metervalues.h"
 #include "registerlayout.h"
 
-#include <bit>
-
 RegisterImage::RegisterImage(
     const RegisterLayout &layout, const MeterValues &values, const QMap<quint16, quint16> &writable)
 {
@@ -30,44 +28,18 @@ std::optional<QList<quint16>> RegisterImage::read(quint16 address, int count) co
 
 void RegisterImage::placeMeasurements(const RegisterLayout &layout, const MeterValues &values)
 {
-    for (quint16 address = 0; address < layout.measurementCount; ++address)
-        _registers.insert(address, 0);
-    for (const QuantityRegister &slot : layout.quantities) {
-        const double value = values.quantity(slot.quantity);
-        switch (slot.encoding) {
-        case QuantityRegister::Scaled:
-            placeScaled(slot, value);
-            break;
-        case QuantityRegister::Float32MswFirst:
-            placeMswFirst(slot.address, std::bit_cast<quint32>(float(value)), 2);
-            break;
-        case QuantityRegister::Float64MswFirst:
-            placeMswFirst(slot.address, std::bit_cast<quint64>(value), 4);
-            break;
-        }
-    }
+    for (const RegisterRange &block : layout.blocks)
+        place(block.first, QList<quint16>(block.count, 0));
+    for (const QuantityRegister &slot : layout.quantities)
+        place(slot.address,
+            RegisterEncoding::encode(slot.encoding, slot.decimals, values.quantity(slot.quantity)));
 }
 
-// INT32 values go low word first, which is how these meters order them.
-void RegisterImage::placeScaled(const QuantityRegister &slot, double value)
-{
-    const auto raw = static_cast<quint32>(Quantity::encode(slot.quantity, value));
-    _registers.insert(slot.address, static_cast<quint16>(raw));
-    if (Quantity::isWide(slot.quantity))
-        _registers.insert(slot.address + 1, static_cast<quint16>(raw >> 16));
-}
-
-void RegisterImage::placeMswFirst(quint16 address, quint64 bits, int words)
-{
-    for (int index = 0; index < words; ++index) {
-        const int shift = 16 * (words - 1 - index);
-        _registers.insert(address + index, static_cast<quint16>(bits >> shift));
-    }
-}
-
+// After the measurements, so that an identification code inside a block wins.
 void RegisterImage::placeIdentification(const RegisterLayout &layout, const MeterValues &values)
 {
-    _registers.insert(RegisterLayout::IdCodeAddress, values.idCode());
+    if (layout.idCodeAddress)
+        _registers.insert(*layout.idCodeAddress, values.idCode());
     for (const FixedRegister &fixed : layout.fixed)
         _registers.insert(fixed.address, fixed.value);
     if (layout.yearAddress && values.year())
@@ -75,13 +47,20 @@ void RegisterImage::placeIdentification(const RegisterLayout &layout, const Mete
     placeSerial(layout, values.serial());
 }
 
-// Two characters per register, the first one in the low byte, zero-padded.
 void RegisterImage::placeSerial(const RegisterLayout &layout, const QByteArray &serial)
 {
-    const QByteArray padded = serial.leftJustified(layout.serialRegisters * 2, '\0', true);
-    for (quint16 index = 0; index < layout.serialRegisters; ++index) {
-        const auto low = static_cast<quint8>(padded[index * 2]);
-        const auto high = static_cast<quint8>(padded[index * 2 + 1]);
-        _registers.insert(layout.serialAddress + index, static_cast<quint16>(low | high << 8));
+    const SerialRegisters &registers = layout.serial;
+    if (registers.format == SerialRegisters::NumberLswFirst) {
+        const quint32 number = serial.toUInt();
+        place(registers.address,
+            { static_cast<quint16>(number), static_cast<quint16>(number >> 16) });
+    } else {
+        place(registers.address, RegisterEncoding::text(serial, registers.count, layout.textOrder));
     }
+}
+
+void RegisterImage::place(quint16 address, const QList<quint16> &words)
+{
+    for (qsizetype index = 0; index < words.size(); ++index)
+        _registers.insert(static_cast<quint16>(address + index), words[index]);
 }

@@ -21,10 +21,9 @@ public:
 
 private:
     void placeMeasurements(const RegisterLayout &layout, const MeterValues &values);
-    void placeScaled(const QuantityRegister &slot, double value);
-    void placeMswFirst(quint16 address, quint64 bits, int words);
     void placeIdentification(const RegisterLayout &layout, const MeterValues &values);
     void placeSerial(const RegisterLayout &layout, const QByteArray &serial);
+    void place(quint16 address, const QList<quint16> &words);
 
     QMap<quint16, quint16> _registers;
 };

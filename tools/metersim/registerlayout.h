@@ -2,6 +2,7 @@
 
 #include "metermodel.h"
 #include "quantity.h"
+#include "registerencoding.h"
 
 #include <QList>
 #include <QtGlobal>
@@ -9,13 +10,11 @@
 
 struct QuantityRegister
 {
-    // Carlo Gavazzi meters send scaled integers, less significant word first; Siemens meters
-    // send IEEE-754 values, most significant word first.
-    enum Encoding { Scaled, Float32MswFirst, Float64MswFirst };
-
     Quantity::Kind quantity;
     quint16 address;
-    Encoding encoding = Scaled;
+    RegisterEncoding::Kind encoding;
+    // The value is stored times 10^decimals.
+    int decimals;
 };
 
 struct FixedRegister
@@ -24,23 +23,46 @@ struct FixedRegister
     quint16 value;
 };
 
-// Where a meter model keeps what, as wire addresses of holding registers.
+struct RegisterRange
+{
+    quint16 first;
+    quint16 count;
+};
+
+struct SerialRegisters
+{
+    enum Format {
+        Text, // characters in the layout's text order
+        NumberLswFirst, // a 32-bit number in two registers, low word first
+    };
+
+    quint16 address;
+    quint16 count;
+    Format format;
+};
+
+// Where a meter model keeps what, as wire addresses.
 struct RegisterLayout
 {
-    static constexpr quint16 IdCodeAddress = 11;
-
-    // Registers 0 .. measurementCount - 1 all exist, the ones without a quantity read 0, because
+    // Function codes that read the registers: 03 (holding) and 04 (input) from the same map, or
+    // only one of them.
+    QList<quint8> readFunctions;
+    // Every register of these ranges exists and the ones without a quantity read 0, because
     // masters read whole blocks across gaps.
-    quint16 measurementCount;
+    QList<RegisterRange> blocks;
     QList<QuantityRegister> quantities;
     // Read-only registers with a constant value: firmware versions and the like.
     QList<FixedRegister> fixed;
     // Configuration registers a master may write with function 06, with their initial value.
     QList<FixedRegister> writable;
-    std::optional<quint16> yearAddress;
-    quint16 serialAddress;
-    quint16 serialRegisters;
+    std::optional<quint16> idCodeAddress;
     quint16 defaultIdCode;
+    std::optional<quint16> yearAddress;
+    SerialRegisters serial;
+    // Order of the characters in each text register.
+    RegisterEncoding::TextOrder textOrder;
+
+    bool reads(quint8 function) const { return readFunctions.contains(function); }
 
     static const RegisterLayout &of(MeterModel::Type model);
 };
