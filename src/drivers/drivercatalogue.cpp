@@ -71,12 +71,6 @@ constexpr DriverCatalogue::ConfiguredEntry configuredEntries[] = {
     { EnergyMeterTypes::IskraWM3M6, "Creating ISKRA meter!", create<ModbusWM3M6> },
 };
 
-// A model that detection creates says what detection logs.
-constexpr bool isComplete(const DriverCatalogue::Entry &entry)
-{
-    return entry.create == nullptr || entry.detected != nullptr;
-}
-static_assert(std::all_of(std::begin(entries), std::end(entries), isComplete));
 // Codes strictly increase, so no code has two rows of which one could never be found.
 static_assert(std::adjacent_find(std::begin(entries), std::end(entries),
                   [](const auto &a, const auto &b) { return a.code >= b.code; })

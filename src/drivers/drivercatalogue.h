@@ -19,7 +19,8 @@ struct Entry
     quint16 code;
     // Model name shown with the serial number.
     const char *model;
-    // Debug line of detection; the code follows where it ends in "Code: ".
+    // Debug line of detection; the code follows where it ends in "Code: ". Null, like create,
+    // for models reached only over TCP.
     const char *detected;
     // A second debug line of detection for models that come in variants, or null.
     const char *variant;
