@@ -1,5 +1,6 @@
 #include "modbusmanager.h"
 
+#include "clock.h"
 #include "energymeter.h"
 #include "modbuscontextqueue.h"
 #include "modbuslogging.h"
@@ -40,6 +41,9 @@ ModbusManager::~ModbusManager()
     for (QThread *thread : std::as_const(_threads)) {
         thread->requestInterruption();
         thread->quit();
+    }
+    Clock::wakeSleepers();
+    for (QThread *thread : std::as_const(_threads)) {
         thread->wait();
         delete thread;
     }
