@@ -5,6 +5,7 @@
 #include <QFile>
 
 MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix)
+    : _daemonBinary(QStringLiteral(METERD_BINARY))
 {
     _files.write("scenario.ini", scenario);
     _files.write("corvix.ini", corvix);
@@ -39,7 +40,7 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
         environment.insert(setting.section('=', 0, 0), setting.section('=', 1));
     _meterd.setProcessEnvironment(environment);
     _meterd.setStandardErrorFile(_files.path("meterd.log"));
-    _meterd.start(METERD_BINARY, {});
+    _meterd.start(_daemonBinary, {});
     return _meterd.waitForStarted() && _notify.receive(10000).startsWith("READY=1");
 }
 

@@ -19,6 +19,8 @@ public:
     MeterdRig(const QByteArray &scenario, const QByteArray &corvix);
     ~MeterdRig();
 
+    // Another build of the daemon than this tree's, e.g. to compare benchmark figures.
+    void setDaemonBinary(const QString &path) { _daemonBinary = path; }
     // Starts everything and waits for the daemon's readiness; false when a part did not start.
     bool start(const QStringList &extraEnvironment = {});
 
@@ -39,4 +41,5 @@ private:
     NotifySocket _notify;
     QProcess _metersim;
     QProcess _meterd;
+    QString _daemonBinary;
 };
