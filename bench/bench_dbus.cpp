@@ -1,44 +1,251 @@
-// Throughput and latency of the measurement service from one client connection while three
-// simulated meters are polled, and the daemon's memory and CPU while it only polls.
+// The measurement service against its floor. On one private bus: meterd reading simulated meters
+// and bench_floor, a minimal Qt D-Bus service with one method shaped like `current`; bench_client
+// (sd-bus) calls both the same way. Prints throughput and latency of `current` and `metervalues`
+// from 1 and 4 client processes, `current` while another client reads a register in a loop, and
+// the idle cost (CPU, wake-ups per thread, private dirty memory) with 0 and 4 meters, each as a
+// ratio to the floor, beside the figures the daemon is held to.
+//
+//   bench_dbus [--calls N] [--idle-seconds S] [--meterd PATH]
+//
+// --meterd runs another build of the daemon, e.g. one of an earlier commit, to compare with.
 
 #include "meterdrig.h"
 #include "processstats.h"
 
 #include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusInterface>
-#include <QElapsedTimer>
-#include <QTextStream>
+#include <QDir>
+#include <QFile>
+#include <QMap>
+#include <QProcess>
 #include <QThread>
 
-#include <algorithm>
+#include <cmath>
 #include <cstdio>
-#include <vector>
+#include <memory>
+#include <unistd.h>
 
 namespace {
 
-const QByteArray scenario = "[7]\nmodel=EM340\n[8]\nmodel=EM111\n[9]\nmodel=EM210\n";
-const QByteArray corvix = "[a]\nmeter=modbus/1/7\n[b]\nmeter=modbus/1/8\n[c]\nmeter=modbus/1/9\n";
-constexpr int callsPerMethod = 5000;
-constexpr int idleSeconds = 20;
-
-void measureCalls(QDBusInterface &service, const char *method, const QVariantList &arguments)
+struct Target
 {
-    std::vector<qint64> latenciesNs;
-    latenciesNs.reserve(callsPerMethod);
-    QElapsedTimer total;
-    total.start();
-    for (int i = 0; i < callsPerMethod; ++i) {
-        QElapsedTimer call;
-        call.start();
-        service.callWithArgumentList(QDBus::Block, method, arguments);
-        latenciesNs.push_back(call.nsecsElapsed());
+    QString service;
+    QString path;
+    QString interface;
+};
+
+struct Call
+{
+    Target target;
+    QString method;
+    QString signature;
+    QStringList arguments;
+};
+
+using Figures = QMap<QString, double>;
+
+const Target meterdTarget { "com.ovra.slavecontroller", "/MeasurementManager",
+    "com.ovra.slavecontroller.MeasurementManager" };
+const Target floorTarget { "com.ovra.bench.Floor", "/Floor", "com.ovra.bench.Floor" };
+
+const QByteArray fourMeters
+    = "[7]\nmodel=EM340\n[8]\nmodel=EM111\n[9]\nmodel=EM210\n[10]\nmodel=EM26\n";
+const QByteArray fourMetersCorvix = "[a]\nmeter=modbus/1/7\n[b]\nmeter=modbus/1/8\n"
+                                    "[c]\nmeter=modbus/1/9\n[d]\nmeter=modbus/1/10\n";
+const QStringList quietDaemon { "QT_LOGGING_RULES=*.debug=false" };
+
+// What the daemon is held to.
+constexpr double throughputTarget = 0.95;
+constexpr double p99TargetUs = 1000.0;
+constexpr double idleWakeupsTarget = 2.0;
+constexpr double idleCpuTargetPercent = 0.05;
+constexpr double privateDirtyTargetKb = 1536.0;
+
+QString loadAverage()
+{
+    QFile file(QStringLiteral("/proc/loadavg"));
+    return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()).section(' ', 0, 2)
+                                          : QStringLiteral("?");
+}
+
+QStringList clientArguments(const QString &address, const Call &call)
+{
+    QStringList arguments { "--address", address, "--service", call.target.service, "--path",
+        call.target.path, "--interface", call.target.interface, "--method", call.method };
+    if (!call.signature.isEmpty())
+        arguments << "--signature" << call.signature << call.arguments;
+    return arguments;
+}
+
+Figures parseFigures(const QByteArray &output)
+{
+    Figures figures;
+    for (const QByteArray &pair : output.trimmed().split(' ')) {
+        const int equals = pair.indexOf('=');
+        if (equals > 0)
+            figures.insert(QString::fromLatin1(pair.left(equals)), pair.mid(equals + 1).toDouble());
     }
-    const double seconds = double(total.nsecsElapsed()) / 1e9;
-    std::sort(latenciesNs.begin(), latenciesNs.end());
-    const auto percentile = [&](double p) { return double(latenciesNs[size_t(p * (latenciesNs.size() - 1))]) / 1000.0; };
-    std::printf("%-12s %6d calls  %8.0f calls/s  p50 %7.1f us  p99 %7.1f us  max %8.1f us\n", method, callsPerMethod,
-                callsPerMethod / seconds, percentile(0.50), percentile(0.99), double(latenciesNs.back()) / 1000.0);
+    return figures;
+}
+
+Figures runClient(const QString &address, const Call &call, int calls, int processes)
+{
+    QProcess client;
+    client.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    client.start(BENCH_CLIENT_BINARY,
+        clientArguments(address, call)
+            << "--calls" << QString::number(calls) << "--processes" << QString::number(processes));
+    client.waitForFinished(-1);
+    return parseFigures(client.readAllStandardOutput());
+}
+
+// A client calling in a loop in the background until stopped.
+class LoopClient
+{
+public:
+    LoopClient(const QString &address, const Call &call)
+    {
+        _client.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        _client.start(BENCH_CLIENT_BINARY, clientArguments(address, call) << "--until-signal");
+        _client.waitForReadyRead(10000);
+        _client.readLine();
+    }
+
+    Figures stop()
+    {
+        _client.terminate();
+        _client.waitForFinished(-1);
+        return parseFigures(_client.readAllStandardOutput());
+    }
+
+private:
+    QProcess _client;
+};
+
+QByteArray procFile(qint64 pid, const QString &name)
+{
+    QFile file(QStringLiteral("/proc/%1/%2").arg(pid).arg(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// The number after "key:" in a /proc status-like text.
+qint64 procField(const QByteArray &text, const QByteArray &key)
+{
+    for (const QByteArray &line : text.split('\n')) {
+        if (line.startsWith(key + ':'))
+            return line.mid(key.size() + 1).trimmed().split(' ').value(0).toLongLong();
+    }
+    return 0;
+}
+
+struct ThreadSwitches
+{
+    QString name;
+    qint64 switches = 0;
+};
+
+// Context switches, voluntary and not, per thread id: each one is a wake-up of that thread.
+QMap<qint64, ThreadSwitches> threadSwitches(qint64 pid)
+{
+    QMap<qint64, ThreadSwitches> threads;
+    const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
+    for (const QString &tid : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QByteArray status = procFile(pid, "task/" + tid + "/status");
+        threads.insert(tid.toLongLong(),
+            { QString::fromUtf8(procFile(pid, "task/" + tid + "/comm")).trimmed(),
+                procField(status, "voluntary_ctxt_switches")
+                    + procField(status, "nonvoluntary_ctxt_switches") });
+    }
+    return threads;
+}
+
+struct IdleCost
+{
+    double cpuPercent = 0;
+    double wakeupsPerSecond = 0;
+    QStringList perThread;
+    double privateDirtyKb = 0;
+};
+
+IdleCost measureIdle(qint64 pid, int seconds)
+{
+    const qint64 ticksBefore = ProcessStats::cpuTicks(pid);
+    const QMap<qint64, ThreadSwitches> before = threadSwitches(pid);
+    QThread::sleep(seconds);
+    const QMap<qint64, ThreadSwitches> after = threadSwitches(pid);
+    IdleCost cost;
+    cost.cpuPercent = 100.0 * double(ProcessStats::cpuTicks(pid) - ticksBefore)
+        / double(sysconf(_SC_CLK_TCK)) / double(seconds);
+    for (auto it = after.cbegin(); it != after.cend(); ++it) {
+        const double perSecond
+            = double(it->switches - before.value(it.key()).switches) / double(seconds);
+        cost.wakeupsPerSecond += perSecond;
+        cost.perThread << QStringLiteral("%1 %2/s").arg(it->name).arg(perSecond, 0, 'f', 1);
+    }
+    cost.privateDirtyKb = double(procField(procFile(pid, "smaps_rollup"), "Private_Dirty"));
+    return cost;
+}
+
+QString ratio(double value, double floor)
+{
+    return floor > 0 ? QString::number(value / floor, 'f', 2) : QStringLiteral("n/a");
+}
+
+const char *verdict(bool met)
+{
+    return met ? "ok" : "MISSED";
+}
+
+bool waitConnected(const MeterdRig &rig, const QStringList &paths)
+{
+    for (int waited = 0; waited < 300; ++waited) {
+        bool all = true;
+        for (const QString &path : paths)
+            all = all && rig.busctl("metervalues", "s", { path }).contains("Connected");
+        if (all)
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
+}
+
+void printRun(const QByteArray &name, const Figures &run, const Figures &floor)
+{
+    std::printf("%-36s %9.0f %9.1f %9.1f %10.1f   %s", name.constData(), run.value("rate"),
+        run.value("p50_us"), run.value("p99_us"), run.value("max_us"),
+        qPrintable(ratio(run.value("rate"), floor.value("rate"))));
+    if (run.value("errors") > 0)
+        std::printf("   (%0.f calls failed)", run.value("errors"));
+    std::printf("\n");
+}
+
+void printIdle(const char *name, const IdleCost &cost, const IdleCost &floor)
+{
+    std::printf("%-20s %8.3f %% (%s)  %8.2f/s (%s)  %8.0f kB (%s)\n", name, cost.cpuPercent,
+        qPrintable(ratio(cost.cpuPercent, floor.cpuPercent)), cost.wakeupsPerSecond,
+        qPrintable(ratio(cost.wakeupsPerSecond, floor.wakeupsPerSecond)), cost.privateDirtyKb,
+        qPrintable(ratio(cost.privateDirtyKb, floor.privateDirtyKb)));
+    std::printf("%-20s threads: %s\n", "", qPrintable(cost.perThread.join(QStringLiteral(", "))));
+}
+
+QString optionText(const QStringList &arguments, const QString &name)
+{
+    const qsizetype at = arguments.indexOf(name);
+    return at >= 0 && at + 1 < arguments.size() ? arguments.at(at + 1) : QString();
+}
+
+int optionValue(const QStringList &arguments, const QString &name, int fallback)
+{
+    const QString text = optionText(arguments, name);
+    return text.isEmpty() ? fallback : text.toInt();
+}
+
+std::unique_ptr<MeterdRig> startRig(
+    const QByteArray &scenario, const QByteArray &corvix, const QString &daemon)
+{
+    auto rig = std::make_unique<MeterdRig>(scenario, corvix);
+    if (!daemon.isEmpty())
+        rig->setDaemonBinary(daemon);
+    return rig->start(quietDaemon) ? std::move(rig) : nullptr;
 }
 
 } // namespace
@@ -46,26 +253,98 @@ void measureCalls(QDBusInterface &service, const char *method, const QVariantLis
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    MeterdRig rig(scenario, corvix);
-    if (!rig.start({ "QT_LOGGING_RULES=*.debug=false" })) {
-        std::fprintf(stderr, "bench_dbus: the daemon did not start\n");
+    const int calls = optionValue(app.arguments(), "--calls", 20000);
+    const int idleSeconds = optionValue(app.arguments(), "--idle-seconds", 10);
+    const QString daemon = optionText(app.arguments(), "--meterd");
+    std::printf("%d cores, load average %s at the start; %d calls per run, idle windows of %d s\n",
+        int(sysconf(_SC_NPROCESSORS_ONLN)), qPrintable(loadAverage()), calls, idleSeconds);
+
+    std::unique_ptr<MeterdRig> rig = startRig(fourMeters, fourMetersCorvix, daemon);
+    if (!rig || !waitConnected(*rig, { "modbus/1/7", "modbus/1/8", "modbus/1/9", "modbus/1/10" })) {
+        std::fprintf(stderr, "bench_dbus: the daemon did not start or its meters did not answer\n");
         return 1;
     }
-    for (int waited = 0; waited < 100 && !rig.busctl("metervalues", "s", { "modbus/1/9" }).contains("Connected"); ++waited)
-        QThread::msleep(100);
+    const QString address = rig->busAddress();
+    QProcess floorService;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("DBUS_SYSTEM_BUS_ADDRESS", address);
+    floorService.setProcessEnvironment(environment);
+    floorService.start(BENCH_FLOOR_BINARY, {});
+    if (!floorService.waitForReadyRead(10000)) {
+        std::fprintf(stderr, "bench_dbus: the floor service did not start\n");
+        return 1;
+    }
 
-    QDBusConnection bus = QDBusConnection::connectToBus(rig.busAddress(), QStringLiteral("bench"));
-    QDBusInterface service(QStringLiteral("com.ovra.slavecontroller"), QStringLiteral("/MeasurementManager"),
-                           QStringLiteral("com.ovra.slavecontroller.MeasurementManager"), bus);
-    std::printf("D-Bus calls from one connection, three meters polled:\n");
-    measureCalls(service, "current", { QStringLiteral("modbus/1/7"), 1 });
-    measureCalls(service, "metervalues", { QStringLiteral("modbus/1/7") });
+    const Call floorCurrent { floorTarget, "current", "si", { "modbus/1/7", "1" } };
+    const Call current { meterdTarget, "current", "si", { "modbus/1/7", "1" } };
+    const Call metervalues { meterdTarget, "metervalues", "s", { "modbus/1/7" } };
+    const Call registerRead { meterdTarget, "readModbusRegister", "qq", { "7", "11" } };
+    for (const Call &call : { floorCurrent, current, metervalues })
+        runClient(address, call, 1000, 1);
 
-    const qint64 pid = rig.daemonPid();
-    const double cpuBefore = ProcessStats::cpuSeconds(pid);
-    QThread::sleep(idleSeconds);
-    const double cpuSeconds = ProcessStats::cpuSeconds(pid) - cpuBefore;
-    std::printf("Idle polling for %d s: CPU %.2f %% of one core, RSS %s\n", idleSeconds,
-                100.0 * cpuSeconds / idleSeconds, ProcessStats::rss(pid).constData());
+    std::printf("\nD-Bus calls, 4 meters polled         %9s %9s %9s %10s   %s\n", "calls/s",
+        "p50 us", "p99 us", "max us", "to floor");
+    QMap<int, Figures> floor;
+    QMap<int, Figures> currentRuns;
+    QMap<int, Figures> metervaluesRuns;
+    for (int clients : { 1, 4 }) {
+        floor[clients] = runClient(address, floorCurrent, calls, clients);
+        currentRuns[clients] = runClient(address, current, calls, clients);
+        metervaluesRuns[clients] = runClient(address, metervalues, calls, clients);
+    }
+    for (int clients : { 1, 4 }) {
+        const QByteArray suffix = clients == 1 ? ", 1 client" : ", 4 clients";
+        printRun("floor current" + suffix, floor[clients], floor[clients]);
+        printRun("current" + suffix, currentRuns[clients], floor[clients]);
+        printRun("metervalues" + suffix, metervaluesRuns[clients], floor[clients]);
+    }
+
+    LoopClient registerLoop(address, registerRead);
+    const Figures duringRegisterReads = runClient(address, current, calls, 1);
+    const Figures registerReads = registerLoop.stop();
+    printRun("current, 1 client, registers read", duringRegisterReads, floor[1]);
+    std::printf("register reads meanwhile: %.0f in %.1f s, %.1f/s, p50 %.1f ms, p99 %.1f ms%s\n",
+        registerReads.value("calls"), registerReads.value("seconds"), registerReads.value("rate"),
+        registerReads.value("p50_us") / 1000.0, registerReads.value("p99_us") / 1000.0,
+        registerReads.value("errors") > 0 ? " (some failed)" : "");
+
+    std::printf("\nIdle, %d s             CPU of a core       wake-ups            private dirty\n",
+        idleSeconds);
+    const IdleCost floorIdle = measureIdle(floorService.processId(), idleSeconds);
+    const IdleCost fourIdle = measureIdle(rig->daemonPid(), idleSeconds);
+    floorService.terminate();
+    floorService.waitForFinished();
+    rig = startRig(fourMeters, QByteArray(), daemon);
+    if (!rig) {
+        std::fprintf(stderr, "bench_dbus: the daemon without meters did not start\n");
+        return 1;
+    }
+    QThread::sleep(1);
+    const IdleCost noneIdle = measureIdle(rig->daemonPid(), idleSeconds);
+    printIdle("floor", floorIdle, floorIdle);
+    printIdle("meterd, 0 meters", noneIdle, floorIdle);
+    printIdle("meterd, 4 meters", fourIdle, floorIdle);
+
+    const auto throughputMet = [&](int clients) {
+        return currentRuns[clients].value("rate") >= throughputTarget * floor[clients].value("rate")
+            && metervaluesRuns[clients].value("rate")
+            >= throughputTarget * floor[clients].value("rate");
+    };
+    std::printf("\nTargets\n");
+    std::printf("throughput >= %.2f of the floor, 1 client:       %s\n", throughputTarget,
+        verdict(throughputMet(1)));
+    std::printf("throughput >= %.2f of the floor, 4 clients:      %s\n", throughputTarget,
+        verdict(throughputMet(4)));
+    std::printf("p99 of current <= 1 ms, alone / registers read:  %s / %s\n",
+        verdict(currentRuns[1].value("p99_us") <= p99TargetUs),
+        verdict(duringRegisterReads.value("p99_us") <= p99TargetUs));
+    std::printf("idle, 0 meters: <= %.0f wake-ups/s in all:          %s\n", idleWakeupsTarget,
+        verdict(noneIdle.wakeupsPerSecond <= idleWakeupsTarget));
+    std::printf("idle, 0 meters: < %.2f %% of a core:              %s\n", idleCpuTargetPercent,
+        verdict(noneIdle.cpuPercent < idleCpuTargetPercent));
+    std::printf("private dirty <= 1.5 MB, 0 / 4 meters:           %s / %s\n",
+        verdict(noneIdle.privateDirtyKb <= privateDirtyTargetKb),
+        verdict(fourIdle.privateDirtyKb <= privateDirtyTargetKb));
+    std::printf("\nload average %s at the end\n", qPrintable(loadAverage()));
     return 0;
 }

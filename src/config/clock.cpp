@@ -2,14 +2,22 @@
 
 #include "clocktimer.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
+#include <QMutex>
 #include <QThread>
+#include <QWaitCondition>
 
 #include <atomic>
 
 namespace {
 
 std::atomic<qint64> offsetMs { 0 };
+
+// Sleepers look at the clock, their stop request and their condition with this mutex held, and
+// everything that changes one of those wakes them under it, so no wake-up is lost.
+QMutex sleepMutex;
+QWaitCondition sleepers;
 
 const QElapsedTimer &processTimer()
 {
@@ -31,16 +39,23 @@ qint64 Clock::nowMs()
 void Clock::advance(qint64 ms)
 {
     offsetMs += ms;
+    wakeSleepers();
     ClockTimer::rearmAll();
 }
 
-void Clock::sleepMs(qint64 ms)
+void Clock::sleepMs(qint64 ms, const std::function<bool()> &wakeWhen)
 {
-    // Short slices so that a test advancing the clock, or a stop request, ends the sleep soon.
-    constexpr qint64 sliceMs = 20;
     const qint64 deadline = nowMs() + ms;
+    const QThread *thread = QThread::currentThread();
+    const QMutexLocker lock(&sleepMutex);
     for (qint64 remaining = ms;
-         remaining > 0 && !QThread::currentThread()->isInterruptionRequested();
+         remaining > 0 && !thread->isInterruptionRequested() && !(wakeWhen && wakeWhen());
          remaining = deadline - nowMs())
-        QThread::msleep(ulong(qMin(remaining, sliceMs)));
+        sleepers.wait(&sleepMutex, QDeadlineTimer(remaining, Qt::PreciseTimer));
+}
+
+void Clock::wakeSleepers()
+{
+    const QMutexLocker lock(&sleepMutex);
+    sleepers.wakeAll();
 }

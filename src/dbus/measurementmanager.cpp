@@ -4,11 +4,29 @@
 #include "modbusmanager.h"
 #include "modbusunit.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QLoggingCategory>
 
 #include <limits>
 
 Q_LOGGING_CATEGORY(lcMeasurementManager, "measurement.manager", QtDebugMsg)
+
+namespace {
+
+// Takes over the reply to the call being served: it is sent with the result handed to the
+// returned function, from whichever thread finishes the work. The function holds the bus
+// connection and the call, nothing of this object. Not called from D-Bus: nobody to answer.
+template <typename Result> std::function<void(Result)> replyLater(const QDBusContext &context)
+{
+    if (!context.calledFromDBus())
+        return [](Result) {};
+    context.setDelayedReply(true);
+    return [bus = context.connection(), call = context.message()](
+               Result result) { bus.send(call.createReply(QVariant::fromValue(result))); };
+}
+
+} // namespace
 
 MeasurementManager::MeasurementManager(
     RequiredMetersSource requiredMeters, TcpMetersSource tcpMeters, QObject *parent)
@@ -100,14 +118,20 @@ bool MeasurementManager::setModbusRegister(
     quint16 deviceAddress, quint16 registerAddress, quint16 value)
 {
     ModbusManager *manager = ModbusManager::instance();
-    return manager
-        && manager->writeRegister(Channel::External, deviceAddress, registerAddress, value);
+    if (!manager)
+        return false;
+    manager->writeRegister(
+        Channel::External, deviceAddress, registerAddress, value, replyLater<bool>(*this));
+    return false;
 }
 
 quint16 MeasurementManager::readModbusRegister(quint16 address, quint16 registerAddress)
 {
     ModbusManager *manager = ModbusManager::instance();
-    return manager ? manager->readRegister(Channel::External, address, registerAddress) : 0;
+    if (!manager)
+        return 0;
+    manager->readRegister(Channel::External, address, registerAddress, replyLater<quint16>(*this));
+    return 0;
 }
 
 void MeasurementManager::setDisabled(const QString &path, bool state)

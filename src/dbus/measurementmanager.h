@@ -2,6 +2,7 @@
 
 #include "requiredmodbusmeter.h"
 
+#include <QDBusContext>
 #include <QList>
 #include <QObject>
 #include <QStringList>
@@ -15,7 +16,12 @@ class EnergyMeter;
 // What the station's other services read meters through, at /MeasurementManager. Every method
 // answers: a bad path, a missing meter or a failed transfer gives a neutral value and a log
 // line, never a D-Bus error.
-class MeasurementManager : public QObject
+//
+// A register access can wait seconds for the channel, so it does not hold the thread that serves
+// the bus: the call is marked for a delayed reply, which is sent when the transfer is done (Qt
+// hands the call's context to the adaptor's parent, this object). What the two register methods
+// return is not sent.
+class MeasurementManager : public QObject, protected QDBusContext
 {
     Q_OBJECT
 

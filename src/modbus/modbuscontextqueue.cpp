@@ -78,6 +78,13 @@ QString ModbusContextQueue::stateToString(int state)
     }
 }
 
+void ModbusContextQueue::resume()
+{
+    _running = true;
+    // The loop sleeps while paused.
+    Clock::wakeSleepers();
+}
+
 void ModbusContextQueue::process()
 {
     qCDebug(lcModbus) << __func__ << _queue.size();
@@ -87,9 +94,12 @@ void ModbusContextQueue::process()
 
 void ModbusContextQueue::_useContext()
 {
+    // Busy first, the pause second: a borrower that pauses and then sees the loop idle knows it
+    // will not start a unit until resume(). In the other order both could take the context.
+    _busy = true;
     if (!_running) {
-        // Paused for a register access from another thread: spin, the pause is short.
         _busy = false;
+        Clock::sleepMs(idleSleepMs, [this] { return _running.load(); });
         return;
     }
     if (_queue.isEmpty()) {
@@ -97,7 +107,6 @@ void ModbusContextQueue::_useContext()
         Clock::sleepMs(idleSleepMs);
         return;
     }
-    _busy = true;
     ModbusUnit *unit = _queue.takeFirst();
     if (unit->isDisabled()) {
         _queue.append(unit);

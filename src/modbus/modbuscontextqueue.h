@@ -16,7 +16,10 @@ class ModbusUnit;
 
 // Owns the one libmodbus context of an RS-485 port and serialises every use of it: the
 // channel's units are served in turn by process(), which runs in the channel's own thread.
-// Register access from other threads borrows the context with pause()/busy()/resume().
+// Register access from another thread borrows the context: pause(), wait until isBusy() is
+// false, use the context, resume(). The loop announces itself busy before it looks at the pause,
+// so once the borrower has seen it idle after pausing, no unit touches the context until
+// resume().
 class ModbusContextQueue : public QObject
 {
     Q_OBJECT
@@ -33,7 +36,7 @@ public:
     int unitCount() const { return int(_queue.size()); }
 
     void pause() { _running = false; }
-    void resume() { _running = true; }
+    void resume();
     bool isBusy() const { return _busy; }
     bool hasContext() const { return _context != nullptr; }
     modbus_t *context() const { return _context; }

@@ -1,5 +1,6 @@
 #include "modbusmanager.h"
 
+#include "clock.h"
 #include "energymeter.h"
 #include "modbuscontextqueue.h"
 #include "modbuslogging.h"
@@ -7,6 +8,7 @@
 #include "pathoverride.h"
 
 #include <QThread>
+#include <QThreadPool>
 
 #include <cerrno>
 
@@ -35,10 +37,18 @@ ModbusManager::ModbusManager(const ConfigurationManager &configuration,
 
 ModbusManager::~ModbusManager()
 {
-    // The daemon never gets here; tests do, and must not leave reader threads running.
+    // The daemon never gets here; tests do, and must not leave threads running or register
+    // accesses unanswered. The access under way finishes while the readers still run (it may be
+    // waiting for one to pause); those not started yet fail without touching the bus.
+    _closing = true;
+    for (QThreadPool *registerThread : std::as_const(_registerThreads))
+        registerThread->waitForDone();
     for (QThread *thread : std::as_const(_threads)) {
         thread->requestInterruption();
         thread->quit();
+    }
+    Clock::wakeSleepers();
+    for (QThread *thread : std::as_const(_threads)) {
         thread->wait();
         delete thread;
     }
@@ -144,29 +154,51 @@ EnergyMeter *ModbusManager::tcpMeter(const QString &address) const
     return _tcpMeters.value(address);
 }
 
-bool ModbusManager::_withPausedContext(
-    Channel channel, const std::function<void(modbus_t *)> &transfer)
+QThreadPool *ModbusManager::_registerThread(Channel channel)
+{
+    QThreadPool *&pool = _registerThreads[channel];
+    if (!pool) {
+        // One thread: accesses to a channel run one after the other, in the order asked for.
+        pool = new QThreadPool(this);
+        pool->setMaxThreadCount(1);
+    }
+    return pool;
+}
+
+template <typename Result>
+void ModbusManager::_withPausedContext(Channel channel, Result failure,
+    std::function<Result(modbus_t *)> transfer, std::function<void(Result)> done)
 {
     ModbusContextQueue *queue = _queues.value(channel);
     if (!queue) {
         qCWarning(lcModbus) << "invalid channel!";
-        return false;
+        done(failure);
+        return;
     }
     modbus_t *context = queue->context();
     if (!context) {
         qCWarning(lcModbus) << "context not valid!";
-        return false;
+        done(failure);
+        return;
     }
-    queue->pause();
-    for (int poll = 0; poll < busyPollLimit && queue->isBusy(); ++poll)
-        QThread::msleep(busyPollIntervalMs);
-    if (queue->isBusy()) {
-        queue->resume();
-        return false;
-    }
-    transfer(context);
-    queue->resume();
-    return true;
+    _registerThread(channel)->start(
+        [this, queue, context, failure, transfer = std::move(transfer), done = std::move(done)] {
+            if (_closing) {
+                done(failure);
+                return;
+            }
+            queue->pause();
+            for (int poll = 0; poll < busyPollLimit && queue->isBusy(); ++poll)
+                QThread::msleep(busyPollIntervalMs);
+            if (queue->isBusy()) {
+                queue->resume();
+                done(failure);
+                return;
+            }
+            const Result result = transfer(context);
+            queue->resume();
+            done(result);
+        });
 }
 
 bool ModbusManager::_transfer(modbus_t *context, int slave, const std::function<bool()> &attempt)
@@ -181,30 +213,37 @@ bool ModbusManager::_transfer(modbus_t *context, int slave, const std::function<
     return false;
 }
 
-bool ModbusManager::writeRegister(Channel channel, int slave, int registerAddress, quint16 value)
+void ModbusManager::writeRegister(Channel channel, int slave, int registerAddress, quint16 value,
+    std::function<void(bool written)> done)
 {
-    bool written = false;
-    _withPausedContext(channel, [&](modbus_t *context) {
-        written = _transfer(context, slave,
-            [&] { return modbus_write_register(context, registerAddress, value) != -1; });
-        if (!written)
-            qCWarning(lcModbus) << "could not set register,"
-                                << "errno " << modbus_strerror(errno);
-    });
-    return written;
+    _withPausedContext<bool>(
+        channel, false,
+        [=](modbus_t *context) {
+            const bool written = _transfer(context, slave,
+                [&] { return modbus_write_register(context, registerAddress, value) != -1; });
+            if (!written)
+                qCWarning(lcModbus) << "could not set register,"
+                                    << "errno " << modbus_strerror(errno);
+            return written;
+        },
+        std::move(done));
 }
 
-quint16 ModbusManager::readRegister(Channel channel, int slave, int registerAddress)
+void ModbusManager::readRegister(
+    Channel channel, int slave, int registerAddress, std::function<void(quint16 value)> done)
 {
-    quint16 value = 0;
-    _withPausedContext(channel, [&](modbus_t *context) {
-        const bool read = _transfer(context, slave,
-            [&] { return modbus_read_registers(context, registerAddress, 1, &value) != -1; });
-        if (!read) {
-            value = 0;
-            qCWarning(lcModbus) << "could not read register for slave id" << slave << " : "
-                                << registerAddress << "errno " << modbus_strerror(errno);
-        }
-    });
-    return value;
+    _withPausedContext<quint16>(
+        channel, 0,
+        [=](modbus_t *context) {
+            quint16 value = 0;
+            const bool read = _transfer(context, slave,
+                [&] { return modbus_read_registers(context, registerAddress, 1, &value) != -1; });
+            if (!read) {
+                value = 0;
+                qCWarning(lcModbus) << "could not read register for slave id" << slave << " : "
+                                    << registerAddress << "errno " << modbus_strerror(errno);
+            }
+            return value;
+        },
+        std::move(done));
 }

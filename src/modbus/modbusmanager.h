@@ -7,6 +7,7 @@
 #include <QMap>
 #include <QObject>
 
+#include <atomic>
 #include <functional>
 
 #include <modbus/modbus.h>
@@ -16,6 +17,7 @@ class EnergyMeter;
 class ModbusContextQueue;
 class ModbusUnit;
 class QThread;
+class QThreadPool;
 
 // Makes the meters that configuration asks for: the Modbus RTU meters of the External channel
 // (the Internal one belongs to the OCU units and is not set up here) and the Modbus TCP
@@ -54,8 +56,15 @@ public:
     ModbusUnit *unit(const ModbusPath &path) const;
     ModbusContextQueue *queue(Channel channel) const { return _queues.value(channel); }
 
-    bool writeRegister(Channel channel, int slave, int registerAddress, quint16 value);
-    quint16 readRegister(Channel channel, int slave, int registerAddress);
+    // Single-register access for the manager's thread (the D-Bus service), which does not wait
+    // for it. It runs in the channel's register thread, one access at a time per channel in the
+    // order asked for, and hands its result to done there: false or 0 when the channel, its
+    // context or the pause could not be had, the transfer failed, or the manager went away before
+    // the access started.
+    void writeRegister(Channel channel, int slave, int registerAddress, quint16 value,
+        std::function<void(bool written)> done);
+    void readRegister(
+        Channel channel, int slave, int registerAddress, std::function<void(quint16 value)> done);
 
     EnergyMeter *meterAt(const ModbusPath &path) override { return getMeter(path); }
     EnergyMeter *tcpMeterAt(const QString &address) override { return tcpMeter(address); }
@@ -65,9 +74,14 @@ private:
     void _setupModbusChannel(Channel channel,
         const std::function<QList<RequiredModbusMeter>()> &requiredMeters,
         const ModbusUnitFactory &factory);
-    // Pauses the channel's queue and runs the transfer with its context; false when the queue,
-    // its context or the pause could not be had.
-    bool _withPausedContext(Channel channel, const std::function<void(modbus_t *)> &transfer);
+    // Made on first use, in the manager's thread.
+    QThreadPool *_registerThread(Channel channel);
+    // In the channel's register thread: pauses the channel's queue, runs the transfer with its
+    // context, resumes the queue and hands the result to done; failure when the queue, its
+    // context or the pause could not be had.
+    template <typename Result>
+    void _withPausedContext(Channel channel, Result failure,
+        std::function<Result(modbus_t *)> transfer, std::function<void(Result)> done);
     // Selects the slave, then makes up to three attempts; false when none succeeded.
     static bool _transfer(modbus_t *context, int slave, const std::function<bool()> &attempt);
 
@@ -75,6 +89,8 @@ private:
     QMap<Channel, QMap<quint8, ModbusUnit *>> _units;
     QMap<Channel, ModbusContextQueue *> _queues;
     QMap<Channel, QThread *> _threads;
+    QMap<Channel, QThreadPool *> _registerThreads;
+    std::atomic<bool> _closing { false };
     QMap<QString, EnergyMeter *> _tcpMeters;
     QList<ModbusUnit *> _ownedUnits;
 };

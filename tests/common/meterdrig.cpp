@@ -7,6 +7,7 @@
 MeterdRig::MeterdRig(
     const QByteArray &scenario, const QByteArray &corvix, const QStringList &networkMeters)
     : _simulator(scenario)
+    , _daemonBinary(QStringLiteral(METERD_BINARY))
 {
     for (const QString &meter : networkMeters)
         _networkMeters << "--tcp" << meter;
@@ -37,7 +38,7 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
         environment.insert(setting.section('=', 0, 0), setting.section('=', 1));
     _meterd.setProcessEnvironment(environment);
     _meterd.setStandardErrorFile(_files.path("meterd.log"));
-    _meterd.start(METERD_BINARY, {});
+    _meterd.start(_daemonBinary, {});
     return _meterd.waitForStarted() && _notify.receive(10000).startsWith("READY=1");
 }
 

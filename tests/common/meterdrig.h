@@ -22,6 +22,8 @@ public:
         const QStringList &networkMeters = {});
     ~MeterdRig();
 
+    // Another build of the daemon than this tree's, e.g. to compare benchmark figures.
+    void setDaemonBinary(const QString &path) { _daemonBinary = path; }
     // Starts everything and waits for the daemon's readiness; false when a part did not start.
     bool start(const QStringList &extraEnvironment = {});
 
@@ -45,4 +47,5 @@ private:
     QStringList _networkMeters;
     MeterSimulator _simulator;
     QProcess _meterd;
+    QString _daemonBinary;
 };

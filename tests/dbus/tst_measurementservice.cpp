@@ -3,6 +3,7 @@
 
 #include <QDBusConnection>
 #include <QDBusInterface>
+#include <QDBusPendingCall>
 #include <QDBusReply>
 #include <QElapsedTimer>
 #include <QRandomGenerator>
@@ -159,6 +160,12 @@ QVariantMap parseMap(const QString &reply)
         map.insert(tokens.at(i), type == "s" ? QVariant(value) : QVariant(value.toDouble()));
     }
     return map;
+}
+
+// A D-Bus "q" argument; a plain quint16 would go out as "i".
+QVariant word(quint16 value)
+{
+    return QVariant::fromValue(value);
 }
 
 bool near(double actual, double expected)
@@ -423,6 +430,76 @@ private slots:
         QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "248", "1", "1" }),
             QStringLiteral("b false"));
         waitConnected("modbus/1/7");
+    }
+
+    void readingsAnsweredWhileRegisterAccessWaits()
+    {
+        // A silent meter holds the channel for three response timeouts at every poll, so the
+        // register read mostly waits for the reader to let go; readings are answered meanwhile.
+        QVERIFY(_rig->simulator("fault 8 silent"));
+        QDBusConnection bus = QDBusConnection::connectToBus(_rig->busAddress(), "waiting");
+        QDBusInterface service("com.ovra.slavecontroller", "/MeasurementManager",
+            "com.ovra.slavecontroller.MeasurementManager", bus);
+        const QDBusPendingCall access = service.asyncCall("readModbusRegister", word(9), word(11));
+        int answeredMeanwhile = 0;
+        while (!access.isFinished()) {
+            QVERIFY(
+                near(QDBusReply<double>(service.call("current", "modbus/1/7", 1)).value(), 5.2));
+            answeredMeanwhile += access.isFinished() ? 0 : 1;
+        }
+        QCOMPARE(QDBusReply<quint16>(access).value(), quint16(210));
+        QVERIFY(answeredMeanwhile > 0);
+
+        QVERIFY(_rig->simulator("fault 8 frozen"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            near(number(_rig->busctl("current", "si", { "modbus/1/8", "1" })), 9.876), 10000);
+    }
+
+    void registerCallsInTurnWhileMetersArePolled()
+    {
+        // Rounds of register calls sent together, as from several technicians at once, while
+        // the reader polls the meters. Each call is served whole before the next (a read sees
+        // the write sent before it), and no transfer shares the line with a poll: every answer
+        // is right, and the frozen readings never show another slave's values or a failed poll.
+        const int failuresBefore = _rig->daemonLog().count("could not");
+        QDBusConnection bus = QDBusConnection::connectToBus(_rig->busAddress(), "rounds");
+        QDBusInterface service("com.ovra.slavecontroller", "/MeasurementManager",
+            "com.ovra.slavecontroller.MeasurementManager", bus);
+        const auto write = [&](quint16 slave, quint16 value) {
+            return service.asyncCall("setModbusRegister", word(slave), word(4356), word(value));
+        };
+        const auto read = [&](quint16 slave, quint16 address) {
+            return service.asyncCall("readModbusRegister", word(slave), word(address));
+        };
+        const QList<std::pair<QString, double>> readings { { "modbus/1/7", 5.2 },
+            { "modbus/1/8", 9.876 }, { "modbus/1/9", 1.5 } };
+        // Only the answering meters are polled, so that the reader takes turns often.
+        for (const char *path : { "modbus/1/10", "modbus/1/11" })
+            service.call("setDisabled", path, true);
+        for (int round = 0; round < 25; ++round) {
+            const quint16 value = quint16(1000 + round);
+            const QList<std::pair<QDBusPendingCall, QVariant>> calls { { write(7, value), true },
+                { read(7, 4356), word(value) }, { read(8, 11), word(101) },
+                { read(9, 11), word(210) }, { write(9, value + 1), true },
+                { read(7, 11), word(341) }, { read(9, 4356), word(value + 1) },
+                { read(8, 11), word(101) }, { read(7, 4356), word(value) },
+                { read(9, 11), word(210) } };
+            do {
+                for (const auto &[path, current] : readings) {
+                    const QDBusReply<double> reply = service.call("current", path, 1);
+                    QVERIFY2(near(reply.value(), current),
+                        qPrintable(path + " " + QString::number(reply.value())));
+                }
+            } while (!calls.last().first.isFinished());
+            for (const auto &[call, expected] : calls) {
+                QDBusPendingCall answer = call;
+                answer.waitForFinished();
+                QCOMPARE(answer.reply().arguments().value(0), expected);
+            }
+        }
+        QCOMPARE(_rig->daemonLog().count("could not"), failuresBefore);
+        for (const char *path : { "modbus/1/10", "modbus/1/11" })
+            service.call("setDisabled", path, false);
     }
 
     void malformedInputGetsNormalReplies()

@@ -73,6 +73,7 @@ private slots:
     {
         if (_thread) {
             _thread->requestInterruption();
+            Clock::wakeSleepers();
             _thread->quit();
             _thread->wait();
         }

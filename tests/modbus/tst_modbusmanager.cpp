@@ -11,7 +11,33 @@
 
 #include <algorithm>
 
+#include <future>
 #include <memory>
+
+namespace {
+
+// Register access answers in the channel's register thread; these wait for the answer.
+template <typename Result, typename Access> Result answerOf(Access access)
+{
+    auto answer = std::make_shared<std::promise<Result>>();
+    std::future<Result> result = answer->get_future();
+    access([answer](Result value) { answer->set_value(value); });
+    return result.get();
+}
+
+bool writeRegister(ModbusManager &manager, Channel channel, int slave, int address, quint16 value)
+{
+    return answerOf<bool>(
+        [&](auto done) { manager.writeRegister(channel, slave, address, value, done); });
+}
+
+quint16 readRegister(ModbusManager &manager, Channel channel, int slave, int address)
+{
+    return answerOf<quint16>(
+        [&](auto done) { manager.readRegister(channel, slave, address, done); });
+}
+
+} // namespace
 
 // The manager on one end of a pty pair, a libmodbus slave (id 7) on the other.
 class TestModbusManager : public QObject
@@ -192,9 +218,9 @@ private slots:
     {
         auto manager = makeManager({ external(7) });
         _slave->setRegister(300, 0);
-        QVERIFY(manager->writeRegister(Channel::External, 7, 300, 4321));
+        QVERIFY(writeRegister(*manager, Channel::External, 7, 300, 4321));
         QCOMPARE(_slave->registerValue(300), quint16(4321));
-        QCOMPARE(manager->readRegister(Channel::External, 7, 300), quint16(4321));
+        QCOMPARE(readRegister(*manager, Channel::External, 7, 300), quint16(4321));
         // The queue goes on serving its units afterwards.
         const int uses = _units.first()->uses;
         QTRY_VERIFY(_units.first()->uses > uses);
@@ -229,10 +255,10 @@ private slots:
         _slave->setRegister(300, 55);
         LogCapture log;
         const int requestsBefore = _slave->requestCount();
-        QCOMPARE(manager->readRegister(Channel(channel), slave, 300), quint16(0));
+        QCOMPARE(readRegister(*manager, Channel(channel), slave, 300), quint16(0));
         QCOMPARE(log.count("modbus", QtWarningMsg, readMessage), 1);
         log.clear();
-        QVERIFY(!manager->writeRegister(Channel(channel), slave, 300, 1));
+        QVERIFY(!writeRegister(*manager, Channel(channel), slave, 300, 1));
         QCOMPARE(log.count("modbus", QtWarningMsg, writeMessage), 1);
         QCOMPARE(_slave->registerValue(300), quint16(55));
         if (!traffic)
@@ -244,11 +270,11 @@ private slots:
         auto manager = makeManager({});
         _slave->setRegister(10, 0);
         LogCapture log;
-        QCOMPARE(manager->readRegister(Channel::External, 7, 10), quint16(0));
+        QCOMPARE(readRegister(*manager, Channel::External, 7, 10), quint16(0));
         QCOMPARE(log.count("could not read register"), 0);
     }
 
-    void busyQueueGivesUpSilently()
+    void busyQueueGivesUpSilentlyAndClosingAnswersTheRest()
     {
         auto manager = makeManager({ external(7) });
         QTRY_VERIFY(_units.first()->uses > 0);
@@ -257,10 +283,29 @@ private slots:
         QTest::qWait(50);
         LogCapture log;
         _slave->setRegister(300, 1);
-        QVERIFY(!manager->writeRegister(Channel::External, 7, 300, 99));
-        QCOMPARE(_slave->registerValue(300), quint16(1));
-        QCOMPARE(log.lines().size(), 0);
+        // The write waits for the busy reader; the read behind it has not started when the
+        // manager goes, and is answered all the same.
+        std::atomic<int> answers { 0 };
+        std::atomic<bool> written { true };
+        std::atomic<int> read { -1 };
+        manager->writeRegister(Channel::External, 7, 300, 99, [&](bool value) {
+            written = value;
+            ++answers;
+        });
+        manager->readRegister(Channel::External, 7, 300, [&](quint16 value) {
+            read = value;
+            ++answers;
+        });
+        QTest::qWait(100);
+        QCOMPARE(answers.load(), 0);
         _units.first()->blockMs = 0;
+        manager.reset();
+        QCOMPARE(answers.load(), 2);
+        QVERIFY(!written);
+        QCOMPARE(read.load(), 0);
+        QCOMPARE(_slave->registerValue(300), quint16(1));
+        QCOMPARE(_slave->requestCount(), 0);
+        QCOMPARE(log.lines().size(), 0);
     }
 };
 
