@@ -578,8 +578,9 @@ private slots:
         for (const QString &address : { pacAddress, em24Address })
             waitConnected("modbus/" + address);
 
+        // The meter may be read long since; the counters set above show from its next poll.
+        QTRY_COMPARE(values("modbus/" + pacAddress).value("total_energy").toDouble(), 1003.0);
         const QVariantMap pac = values("modbus/" + pacAddress);
-        QCOMPARE(pac.value("total_energy").toDouble(), 1003.0);
         QCOMPARE(pac.value("voltage2").toDouble(), 231.0);
         QCOMPARE(pac.value("total_energy_exported").toDouble(), 0.0);
         QVERIFY(std::isnan(pac.value("power_factor1").toDouble()));
