@@ -19,7 +19,7 @@ class ModbusUnit;
 // Register access from another thread borrows the context: pause(), wait until isBusy() is
 // false, use the context, resume(). The loop announces itself busy before it looks at the pause,
 // so once the borrower has seen it idle after pausing, no unit touches the context until
-// resume().
+// resume(), though busy shows again for a moment whenever the paused loop wakes to look.
 class ModbusContextQueue : public QObject
 {
     Q_OBJECT

@@ -188,9 +188,14 @@ void ModbusManager::_withPausedContext(Channel channel, Result failure,
                 return;
             }
             queue->pause();
-            for (int poll = 0; poll < busyPollLimit && queue->isBusy(); ++poll)
+            // Decided on one look: once the paused loop has been seen idle it stays off the
+            // context, though it shows busy for a moment whenever it wakes to check the pause.
+            bool idle = !queue->isBusy();
+            for (int poll = 0; poll < busyPollLimit && !idle; ++poll) {
                 QThread::msleep(busyPollIntervalMs);
-            if (queue->isBusy()) {
+                idle = !queue->isBusy();
+            }
+            if (!idle) {
                 queue->resume();
                 done(failure);
                 return;
