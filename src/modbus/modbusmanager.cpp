@@ -183,20 +183,7 @@ void ModbusManager::_withPausedContext(Channel channel, Result failure,
     }
     _registerThread(channel)->start(
         [this, queue, context, failure, transfer = std::move(transfer), done = std::move(done)] {
-            if (_closing) {
-                done(failure);
-                return;
-            }
-            queue->pause();
-            // Decided on one look: once the paused loop has been seen idle it stays off the
-            // context, though it shows busy for a moment whenever it wakes to check the pause.
-            bool idle = !queue->isBusy();
-            for (int poll = 0; poll < busyPollLimit && !idle; ++poll) {
-                QThread::msleep(busyPollIntervalMs);
-                idle = !queue->isBusy();
-            }
-            if (!idle) {
-                queue->resume();
+            if (_closing || !_pauseWhenIdle(queue)) {
                 done(failure);
                 return;
             }
@@ -204,6 +191,21 @@ void ModbusManager::_withPausedContext(Channel channel, Result failure,
             queue->resume();
             done(result);
         });
+}
+
+bool ModbusManager::_pauseWhenIdle(ModbusContextQueue *queue)
+{
+    queue->pause();
+    // One look decides: once the paused loop has been seen idle it stays off the context,
+    // though it shows busy for a moment whenever it wakes to look at the pause.
+    bool idle = !queue->isBusy();
+    for (int poll = 0; poll < busyPollLimit && !idle; ++poll) {
+        QThread::msleep(busyPollIntervalMs);
+        idle = !queue->isBusy();
+    }
+    if (!idle)
+        queue->resume();
+    return idle;
 }
 
 bool ModbusManager::_transfer(modbus_t *context, int slave, const std::function<bool()> &attempt)

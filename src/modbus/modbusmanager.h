@@ -82,6 +82,9 @@ private:
     template <typename Result>
     void _withPausedContext(Channel channel, Result failure,
         std::function<Result(modbus_t *)> transfer, std::function<void(Result)> done);
+    // Pauses the queue and waits, in 10 ms steps up to 4 s, until its loop is seen idle; when it
+    // is not, resumes the queue and answers false.
+    static bool _pauseWhenIdle(ModbusContextQueue *queue);
     // Selects the slave, then makes up to three attempts; false when none succeeded.
     static bool _transfer(modbus_t *context, int slave, const std::function<bool()> &attempt);
 
