@@ -1,6 +1,7 @@
 #include "clock.h"
 #include "derivedtemperature.h"
 #include "energymeter.h"
+#include "fakeenergymeter.h"
 #include "ichargecontroller.h"
 #include "logcapture.h"
 
@@ -35,34 +36,14 @@ private:
 };
 
 // An outlet meter whose worst phase carries the given current on phase 2.
-class OutletMeter : public EnergyMeter
+class OutletMeter : public FakeEnergyMeter
 {
 public:
     explicit OutletMeter(double current)
-        : EnergyMeter(QStringLiteral("outlet"))
-        , _current(current)
+        : FakeEnergyMeter(QStringLiteral("outlet"))
     {
+        currents[1] = current;
     }
-
-    QString info() const override { return {}; }
-    qint32 energyMeterType() const override { return 2; }
-    quint32 staticExtra() const override { return 0; }
-    void startSession() override { }
-    double current(int phase) const override { return phase == 2 ? _current : nanValue; }
-    double voltage(int) const override { return nanValue; }
-    double totalEnergy() const override { return nanValue; }
-    double totalEnergyExported() const override { return nanValue; }
-    double power() const override { return nanValue; }
-    double getErrorRate() const override { return nanValue; }
-    double frequency() const override { return nanValue; }
-    double powerFactor(int) const override { return nanValue; }
-    double sessionEnergy() const override { return nanValue; }
-    double sessionEnergyExported() const override { return nanValue; }
-
-    void reading() { _readingReceived(); }
-
-private:
-    double _current;
 };
 
 class Controller : public IChargeController
