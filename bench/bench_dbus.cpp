@@ -5,8 +5,9 @@
 // the idle cost (CPU, wake-ups per thread, private dirty memory) with 0 and 4 meters, each as a
 // ratio to the floor, beside the figures the daemon is held to.
 //
-//   bench_dbus [--calls N] [--idle-seconds S] [--meterd PATH]
+//   bench_dbus [--calls N] [--rounds R] [--idle-seconds S] [--meterd PATH]
 //
+// Each throughput figure is the median of R runs (5) that alternate with the floor's.
 // --meterd runs another build of the daemon, e.g. one of an earlier commit, to compare with.
 
 #include "meterdrig.h"
@@ -19,6 +20,7 @@
 #include <QProcess>
 #include <QThread>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -96,6 +98,36 @@ Figures runClient(const QString &address, const Call &call, int calls, int proce
             << "--calls" << QString::number(calls) << "--processes" << QString::number(processes));
     client.waitForFinished(-1);
     return parseFigures(client.readAllStandardOutput());
+}
+
+// The median of each figure over several runs.
+Figures median(const QList<Figures> &runs)
+{
+    Figures middle;
+    for (const QString &key : runs.value(0).keys()) {
+        QList<double> values;
+        for (const Figures &run : runs)
+            values << run.value(key);
+        std::sort(values.begin(), values.end());
+        middle.insert(key, values.at(values.size() / 2));
+    }
+    return middle;
+}
+
+// Runs the floor's method and meterd's in turn, rounds times, so that a change of the machine's
+// load during the benchmark weighs on both alike; the medians of meterd's runs go to runs, those
+// of the floor's are returned.
+Figures compareRuns(const QString &address, const Call &floorCall, const Call &meterdCall,
+    int calls, int clients, int rounds, Figures &runs)
+{
+    QList<Figures> floorRuns;
+    QList<Figures> meterdRuns;
+    for (int round = 0; round < rounds; ++round) {
+        floorRuns << runClient(address, floorCall, calls, clients);
+        meterdRuns << runClient(address, meterdCall, calls, clients);
+    }
+    runs = median(meterdRuns);
+    return median(floorRuns);
 }
 
 // A client calling in a loop in the background until stopped.
@@ -210,7 +242,7 @@ bool waitConnected(const MeterdRig &rig, const QStringList &paths)
 
 void printRun(const QByteArray &name, const Figures &run, const Figures &floor)
 {
-    std::printf("%-36s %9.0f %9.1f %9.1f %10.1f   %s", name.constData(), run.value("rate"),
+    std::printf("%-40s %9.0f %9.1f %9.1f %10.1f   %s", name.constData(), run.value("rate"),
         run.value("p50_us"), run.value("p99_us"), run.value("max_us"),
         qPrintable(ratio(run.value("rate"), floor.value("rate"))));
     if (run.value("errors") > 0)
@@ -255,6 +287,7 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
     const int calls = optionValue(app.arguments(), "--calls", 20000);
     const int idleSeconds = optionValue(app.arguments(), "--idle-seconds", 10);
+    const int rounds = qMax(1, optionValue(app.arguments(), "--rounds", 5));
     const QString daemon = optionText(app.arguments(), "--meterd");
     std::printf("%d cores, load average %s at the start; %d calls per run, idle windows of %d s\n",
         int(sysconf(_SC_NPROCESSORS_ONLN)), qPrintable(loadAverage()), calls, idleSeconds);
@@ -276,28 +309,35 @@ int main(int argc, char *argv[])
     }
 
     const Call floorCurrent { floorTarget, "current", "si", { "modbus/1/7", "1" } };
+    const Call floorMetervalues { floorTarget, "metervalues", "s", { "modbus/1/7" } };
     const Call current { meterdTarget, "current", "si", { "modbus/1/7", "1" } };
     const Call metervalues { meterdTarget, "metervalues", "s", { "modbus/1/7" } };
     const Call registerRead { meterdTarget, "readModbusRegister", "qq", { "7", "11" } };
-    for (const Call &call : { floorCurrent, current, metervalues })
+    for (const Call &call : { floorCurrent, floorMetervalues, current, metervalues })
         runClient(address, call, 1000, 1);
 
-    std::printf("\nD-Bus calls, 4 meters polled         %9s %9s %9s %10s   %s\n", "calls/s",
-        "p50 us", "p99 us", "max us", "to floor");
+    std::printf("\nD-Bus calls, 4 meters polled, median of %d   %9s %9s %9s %10s   %s\n", rounds,
+        "calls/s", "p50 us", "p99 us", "max us", "to floor");
     QMap<int, Figures> floor;
+    QMap<int, Figures> floorMap;
     QMap<int, Figures> currentRuns;
     QMap<int, Figures> metervaluesRuns;
     for (int clients : { 1, 4 }) {
-        floor[clients] = runClient(address, floorCurrent, calls, clients);
-        currentRuns[clients] = runClient(address, current, calls, clients);
-        metervaluesRuns[clients] = runClient(address, metervalues, calls, clients);
+        floor[clients] = compareRuns(address, floorCurrent, current, calls, clients, rounds,
+            currentRuns[clients]);
+        floorMap[clients] = compareRuns(address, floorMetervalues, metervalues, calls, clients,
+            rounds, metervaluesRuns[clients]);
     }
     for (int clients : { 1, 4 }) {
         const QByteArray suffix = clients == 1 ? ", 1 client" : ", 4 clients";
         printRun("floor current" + suffix, floor[clients], floor[clients]);
         printRun("current" + suffix, currentRuns[clients], floor[clients]);
-        printRun("metervalues" + suffix, metervaluesRuns[clients], floor[clients]);
+        printRun("floor metervalues" + suffix, floorMap[clients], floorMap[clients]);
+        printRun("metervalues" + suffix, metervaluesRuns[clients], floorMap[clients]);
     }
+    std::printf("metervalues to the floor's current, 1 / 4 clients: %s / %s\n",
+        qPrintable(ratio(metervaluesRuns[1].value("rate"), floor[1].value("rate"))),
+        qPrintable(ratio(metervaluesRuns[4].value("rate"), floor[4].value("rate"))));
 
     LoopClient registerLoop(address, registerRead);
     const Figures duringRegisterReads = runClient(address, current, calls, 1);
@@ -325,15 +365,16 @@ int main(int argc, char *argv[])
     printIdle("meterd, 0 meters", noneIdle, floorIdle);
     printIdle("meterd, 4 meters", fourIdle, floorIdle);
 
-    const auto met = [&](const QMap<int, Figures> &runs, int clients) {
+    const auto met = [&](const QMap<int, Figures> &runs, const QMap<int, Figures> &floors,
+                         int clients) {
         return verdict(
-            runs[clients].value("rate") >= throughputTarget * floor[clients].value("rate"));
+            runs[clients].value("rate") >= throughputTarget * floors[clients].value("rate"));
     };
     std::printf("\nTargets\n");
     std::printf("throughput >= %.2f of the floor, current, 1 / 4 clients:     %s / %s\n",
-        throughputTarget, met(currentRuns, 1), met(currentRuns, 4));
+        throughputTarget, met(currentRuns, floor, 1), met(currentRuns, floor, 4));
     std::printf("throughput >= %.2f of the floor, metervalues, 1 / 4 clients: %s / %s\n",
-        throughputTarget, met(metervaluesRuns, 1), met(metervaluesRuns, 4));
+        throughputTarget, met(metervaluesRuns, floorMap, 1), met(metervaluesRuns, floorMap, 4));
     std::printf("p99 of current <= 1 ms, alone / registers read:             %s / %s\n",
         verdict(currentRuns[1].value("p99_us") <= p99TargetUs),
         verdict(duringRegisterReads.value("p99_us") <= p99TargetUs));

@@ -105,6 +105,17 @@ void ModbusMeter::useContext(modbus_t *context)
     _absenceReported = true;
 }
 
+// A meter not yet identified tries at every turn; a disabled one is looked at again each poll
+// interval, so that it comes back into service soon after it is enabled.
+qint64 ModbusMeter::msUntilDue() const
+{
+    if (_disabled)
+        return pollIntervalMs;
+    if (!_driver)
+        return 0;
+    return qMax<qint64>(0, pollIntervalMs - _sinceReading.elapsed());
+}
+
 ModbusRegisterReader *ModbusMeter::_detectMeterType(modbus_t *context)
 {
     if (const DriverCatalogue::ConfiguredEntry *configured

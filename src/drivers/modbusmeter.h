@@ -35,6 +35,7 @@ public:
     void setDisabled(bool disabled) override;
     bool isDisabled() const override { return _disabled; }
     void resetStaleValues() override;
+    qint64 msUntilDue() const override;
 
     // ModbusReaderParent
     EnergyMeterType energyMeterType() const override { return _type; }

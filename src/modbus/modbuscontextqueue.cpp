@@ -15,8 +15,8 @@ constexpr qint64 idleSleepMs = 5000;
 constexpr qint64 staleSleepMs = 5000;
 constexpr qint64 stateReportIntervalMs = 900000;
 constexpr int responseTimeoutUs = 500000;
-// Meters are read about once a second; a turn in which none was due rests this long.
-constexpr unsigned long quietTurnSleepMs = 10;
+// A turn in which no unit was due rests until the first one is, but at least this long.
+constexpr qint64 quietTurnSleepMs = 10;
 
 } // namespace
 
@@ -76,6 +76,13 @@ QString ModbusContextQueue::stateToString(int state)
     default:
         return QStringLiteral("unknown");
     }
+}
+
+void ModbusContextQueue::pause()
+{
+    _running = false;
+    // A loop resting after a quiet turn is still busy: it must look at the pause now.
+    Clock::wakeSleepers();
 }
 
 void ModbusContextQueue::resume()
@@ -151,7 +158,11 @@ void ModbusContextQueue::_idleIfTurnWasQuiet(bool madeRequests)
     if (++_quietUnits < _queue.size())
         return;
     _quietUnits = 0;
-    QThread::msleep(quietTurnSleepMs);
+    qint64 restMs = idleSleepMs;
+    for (const ModbusUnit *unit : std::as_const(_queue))
+        restMs = qMin(restMs, unit->msUntilDue());
+    // A register access pauses the loop and waits for it: the rest ends at the pause.
+    Clock::sleepMs(qMax(restMs, quietTurnSleepMs), [this] { return !_running.load(); });
 }
 
 void ModbusContextQueue::_recordState(int slave, int state)

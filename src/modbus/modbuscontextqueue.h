@@ -35,7 +35,7 @@ public:
     void enqueue(ModbusUnit *unit);
     int unitCount() const { return int(_queue.size()); }
 
-    void pause() { _running = false; }
+    void pause();
     void resume();
     bool isBusy() const { return _busy; }
     bool hasContext() const { return _context != nullptr; }

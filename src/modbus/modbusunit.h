@@ -23,6 +23,9 @@ public:
     virtual bool isDisabled() const = 0;
     // Called by the queue when the unit's values froze.
     virtual void resetStaleValues() = 0;
+    // How long until the unit next has work for the bus. A turn of the queue in which no unit
+    // made a request rests until the first is due instead of looking again at once.
+    virtual qint64 msUntilDue() const { return 0; }
 
     // Requests this unit has put on the bus, so the queue can tell a turn without traffic.
     quint64 requestCount() const { return _requestCount; }
