@@ -4,9 +4,10 @@
 
 #include <QFile>
 
-MeterdRig::MeterdRig(
-    const QByteArray &scenario, const QByteArray &corvix, const QStringList &networkMeters)
-    : _simulator(scenario)
+MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix,
+    const QStringList &networkMeters, const QString &policyDirectory)
+    : _bus(policyDirectory)
+    , _simulator(scenario)
     , _daemonBinary(QStringLiteral(METERD_BINARY))
 {
     for (const QString &meter : networkMeters)

@@ -18,8 +18,9 @@
 class MeterdRig
 {
 public:
+    // With a policy directory, the bus enforces it as the system bus does (see PrivateBus).
     MeterdRig(const QByteArray &scenario, const QByteArray &corvix,
-        const QStringList &networkMeters = {});
+        const QStringList &networkMeters = {}, const QString &policyDirectory = {});
     ~MeterdRig();
 
     // Another build of the daemon than this tree's, e.g. to compare benchmark figures.

@@ -14,16 +14,43 @@ const char *const permissivePolicy = R"(
   </policy>
 )";
 
+const char *const systemPolicy = R"(
+  <policy context="default">
+    <allow user="*"/>
+    <deny own="*"/>
+    <deny send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_requested_reply="true" send_type="method_return"/>
+    <allow send_requested_reply="true" send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+    <allow receive_type="signal"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+    <allow send_destination="org.freedesktop.DBus"
+           send_interface="org.freedesktop.DBus.Introspectable"/>
+    <allow send_destination="org.freedesktop.DBus"
+           send_interface="org.freedesktop.DBus.Properties"/>
+    <deny send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"
+          send_member="UpdateActivationEnvironment"/>
+  </policy>
+  <includedir>%1</includedir>
+)";
+
 } // namespace
 
-PrivateBus::PrivateBus(const QString &policyFile)
+PrivateBus::PrivateBus(const QString &policyDirectory)
 {
+    // Other users pass through the directory to the socket (dbus-daemon makes it 0777), but
+    // cannot list or change it.
+    QFile::setPermissions(_dir.path(),
+        QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
     QFile config(_dir.filePath(QStringLiteral("bus.conf")));
     if (!config.open(QIODevice::WriteOnly))
         return;
-    const QString policy = policyFile.isEmpty()
+    const QString policy = policyDirectory.isEmpty()
         ? QString::fromLatin1(permissivePolicy)
-        : QStringLiteral("<include>%1</include>").arg(policyFile);
+        : QString::fromLatin1(systemPolicy).arg(policyDirectory);
     config.write(QStringLiteral(
         "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\" "
         "\"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
@@ -33,12 +60,18 @@ PrivateBus::PrivateBus(const QString &policyFile)
                      .toUtf8());
     config.close();
 
+    // Standard error goes to a file, which no pipe limits however long the bus runs. The
+    // configuration is read, and its errors written, before the address is printed.
+    const QString log = _dir.filePath(QStringLiteral("dbus-daemon.log"));
+    _daemon.setStandardErrorFile(log);
     _daemon.start(QStringLiteral("dbus-daemon"),
         { QStringLiteral("--config-file=") + config.fileName(), QStringLiteral("--nofork"),
             QStringLiteral("--print-address=1") });
-    if (!_daemon.waitForStarted() || !_daemon.waitForReadyRead(10000))
-        return;
-    _address = QString::fromUtf8(_daemon.readLine()).trimmed();
+    if (_daemon.waitForStarted() && _daemon.waitForReadyRead(10000))
+        _address = QString::fromUtf8(_daemon.readLine()).trimmed();
+    QFile errors(log);
+    if (errors.open(QIODevice::ReadOnly))
+        _startupLog = QString::fromUtf8(errors.readAll());
 }
 
 PrivateBus::~PrivateBus()

@@ -1,4 +1,5 @@
 #include "configurationmanager.h"
+#include "cxutil.h"
 #include "logcapture.h"
 #include "testfiles.h"
 
@@ -8,28 +9,27 @@
 
 namespace {
 
-// Configuration files of one test and the variables that point the manager at them.
+// Configuration files of one test and the variables that point the manager at them. A null
+// content leaves the file absent.
 class Unit
 {
 public:
     Unit(const QByteArray &platformIni, const QByteArray &chargemanagerIni,
-        const QByteArray &platformConf = "serialno=S1\n")
+        const QByteArray &platformConf = "serialno=S1\n", const QByteArray &corvixIni = {})
         : _platform("CM_PLATFORMINI", write("platform.ini", platformIni))
         , _chargemanager("CM_CHARGEMANAGERCONFIG", write("chargemanager.ini", chargemanagerIni))
         , _environment("CM_PLATFORMCONFIG", write("platform.conf", platformConf))
-        , _corvix("CM_CORVIXINI", _files.path("corvix.ini"))
-        , _version("CM_VERSIONFILE", _files.path("version"))
+        , _corvix("CM_CORVIXINI", write("corvix.ini", corvixIni))
+        , _version("CM_VERSIONFILE", write("version", "  4.2.0-rc1  \nsecond line\n"))
     {
     }
 
-    TestFiles &files() { return _files; }
-    std::unique_ptr<ConfigurationManager> manager()
+    std::unique_ptr<ConfigurationManager> manager() const
     {
         return std::make_unique<ConfigurationManager>();
     }
 
 private:
-    // A null content leaves the file absent.
     QString write(const QString &name, const QByteArray &content)
     {
         return content.isNull() ? _files.path(name) : _files.write(name, content);
@@ -43,9 +43,8 @@ private:
     ScopedEnvironment _version;
 };
 
-const QByteArray platformIni
-    = "[outlet]\nsize=1\n[outlet/"
-      "1]\nenergymeter=2\n[system]\nvendor=PlatformVendor\nmodel=PlatformModel\n";
+const QByteArray platformIni = "[outlet]\nsize=1\n[outlet/1]\nenergymeter=2\n[system]\n"
+                               "vendor=PlatformVendor\nmodel=PlatformModel\nmodelversion=9\n";
 const QByteArray chargemanagerIni
     = "localcontroller=1\n[ocpp]\nAuthCacheLifeTime=77\n[outlet/1]\nevse_id=NL*OVR*E1\n";
 
@@ -56,48 +55,37 @@ class TestConfigurationManager : public QObject
     Q_OBJECT
 
 private slots:
-    void readsBothFiles()
-    {
-        Unit unit(platformIni, chargemanagerIni);
-        LogCapture log;
-        auto manager = unit.manager();
-        QVERIFY(!manager->isPtsMode());
-        QVERIFY(log.contains("config", QtDebugMsg, "Configuration read successfully"));
-        QCOMPARE(log.count("Using hard-coded"), 0);
-    }
-
-    void ptsMode_data()
+    // An unreadable platform.ini or chargemanager.ini puts the unit in production-test mode;
+    // whatever could be read is still answered.
+    void runMode_data()
     {
         QTest::addColumn<QByteArray>("platform");
         QTest::addColumn<QByteArray>("chargemanager");
-        QTest::newRow("platform.ini missing") << QByteArray() << chargemanagerIni;
-        QTest::newRow("chargemanager.ini missing") << platformIni << QByteArray();
-        QTest::newRow("both missing") << QByteArray() << QByteArray();
+        QTest::addColumn<bool>("ptsMode");
+        QTest::newRow("both read") << platformIni << chargemanagerIni << false;
+        QTest::newRow("platform.ini missing") << QByteArray() << chargemanagerIni << true;
+        QTest::newRow("chargemanager.ini missing") << platformIni << QByteArray() << true;
         QTest::newRow("platform.ini malformed")
-            << QByteArray("[outlet\nsize=1\n") << chargemanagerIni;
+            << QByteArray("[outlet\nfuse=1\n") << chargemanagerIni << true;
     }
 
-    void ptsMode()
+    void runMode()
     {
         QFETCH(QByteArray, platform);
         QFETCH(QByteArray, chargemanager);
+        QFETCH(bool, ptsMode);
         Unit unit(platform, chargemanager);
         LogCapture log;
         auto manager = unit.manager();
-        QVERIFY(manager->isPtsMode());
+        QCOMPARE(manager->isPtsMode(), ptsMode);
         QCOMPARE(log.count("config", QtCriticalMsg,
                      "!!! Could not read configuration, setting unit in PTS mode"),
-            1);
-        QVERIFY(!log.contains("config", QtDebugMsg, "Configuration read successfully"));
-    }
-
-    void ptsModeStillReadsPlatformIni()
-    {
-        Unit unit(platformIni, QByteArray());
-        auto manager = unit.manager();
-        QVERIFY(manager->isPtsMode());
-        QCOMPARE(manager->intValue(Settings::OutletSize), 1);
-        QCOMPARE(manager->intValue(Settings::AuthCacheLifeTime), 2592000);
+            ptsMode ? 1 : 0);
+        QCOMPARE(log.count("config", QtDebugMsg, "Configuration read successfully"), !ptsMode);
+        QCOMPARE(log.count("Using hard-coded"), 0);
+        QCOMPARE(manager->intValue(Settings::OutletSize), platform == platformIni ? 1 : 2);
+        QCOMPARE(manager->intValue(Settings::AuthCacheLifeTime),
+            chargemanager.isNull() ? 2592000 : 77);
     }
 
     void emptyVariableMeansBuiltInPath()
@@ -105,7 +93,7 @@ private slots:
         Unit unit(platformIni, chargemanagerIni);
         ScopedEnvironment empty("CM_PLATFORMINI", QString());
         LogCapture log;
-        auto manager = unit.manager();
+        unit.manager();
         QCOMPARE(log.count("config", QtWarningMsg,
                      "_readPlatformIni Using hard-coded platform.ini path: "
                      "\"/mnt/data/etc/platform.ini\""),
@@ -113,53 +101,55 @@ private slots:
         QCOMPARE(log.count("_readChargemanagerIni"), 0);
     }
 
-    void valueByStorageClass_data()
+    // A value by its storage class: the two INI files, the firmware environment, or computed.
+    void values_data()
     {
+        QTest::addColumn<QByteArray>("environment");
         QTest::addColumn<quint32>("setting");
         QTest::addColumn<QVariant>("expected");
-        QTest::newRow("C stored") << quint32(Settings::AuthCacheLifeTime) << QVariant("77");
-        QTest::newRow("C default") << quint32(Settings::Fuse) << QVariant(16);
-        QTest::newRow("C stored in group")
-            << quint32(Settings::Outlet1EvseId) << QVariant("NL*OVR*E1");
-        QTest::newRow("P stored") << quint32(Settings::OutletSize) << QVariant("1");
-        QTest::newRow("P default") << quint32(Settings::ModbusBaudrate) << QVariant(9600);
-        QTest::newRow("E stored") << quint32(Settings::Serialno) << QVariant("S1");
-        QTest::newRow("E default") << quint32(Settings::HwRev) << QVariant("N/A");
-        QTest::newRow("V max keys") << quint32(Settings::GetConfigurationMaxKeys) << QVariant(189);
-        QTest::newRow("V profiles")
-            << quint32(Settings::SupportedFeatureProfiles)
-            << QVariant("Core, FirmwareManagement, LocalAuthListManagement, "
-                        "Reservation, SmartCharging, RemoteTrigger");
-        QTest::newRow("V vendor") << quint32(Settings::ChargingStationVendor)
-                                  << QVariant("PlatformVendor");
-        QTest::newRow("V firmware version")
-            << quint32(Settings::FirmwareVersion) << QVariant("N/A");
+        const QByteArray env = "serialno=S1\n";
+        const QByteArray identity = "vendor=EnvVendor\nmodel=EnvModel\nmodelversion=3\n";
+        QTest::newRow("C stored") << env << quint32(Settings::AuthCacheLifeTime) << QVariant("77");
+        QTest::newRow("C default") << env << quint32(Settings::Fuse) << QVariant(16);
+        QTest::newRow("C in a group")
+            << env << quint32(Settings::Outlet1EvseId) << QVariant("NL*OVR*E1");
+        QTest::newRow("P stored") << env << quint32(Settings::OutletSize) << QVariant("1");
+        QTest::newRow("P default") << env << quint32(Settings::ModbusBaudrate) << QVariant(9600);
+        QTest::newRow("E stored") << env << quint32(Settings::Serialno) << QVariant("S1");
+        QTest::newRow("E default") << env << quint32(Settings::HwRev) << QVariant("N/A");
+        QTest::newRow("V max keys") << env << quint32(Settings::GetConfigurationMaxKeys)
+                                    << QVariant(189);
+        QTest::newRow("V firmware version, first line trimmed")
+            << env << quint32(Settings::FirmwareVersion) << QVariant("4.2.0-rc1");
+        QTest::newRow("V vendor from platform.ini")
+            << env << quint32(Settings::ChargingStationVendor) << QVariant("PlatformVendor");
+        QTest::newRow("V model from platform.ini")
+            << env << quint32(Settings::ChargingStationModel) << QVariant("PlatformModel");
+        QTest::newRow("V model version only from the environment")
+            << env << quint32(Settings::ChargingStationModelVersion) << QVariant("N/A");
+        QTest::newRow("V vendor from the environment")
+            << identity << quint32(Settings::ChargingStationVendor) << QVariant("EnvVendor");
+        QTest::newRow("V model from the environment")
+            << identity << quint32(Settings::ChargingStationModel) << QVariant("EnvModel");
+        QTest::newRow("V model version from the environment")
+            << identity << quint32(Settings::ChargingStationModelVersion) << QVariant("3");
     }
 
-    void valueByStorageClass()
+    void values()
     {
+        QFETCH(QByteArray, environment);
         QFETCH(quint32, setting);
         QFETCH(QVariant, expected);
-        Unit unit(platformIni, chargemanagerIni);
-        auto manager = unit.manager();
-        QCOMPARE(manager->value(Setting::fromIndex(setting)).variant(), expected);
+        Unit unit(platformIni, chargemanagerIni, environment);
+        QCOMPARE(unit.manager()->value(Setting::fromIndex(setting)).variant(), expected);
     }
 
-    void missingFileReadsDefaults()
+    void identityWithoutAnySource()
     {
-        Unit unit(QByteArray(), QByteArray(), "");
+        Unit unit("[outlet]\nsize=1\n", chargemanagerIni, "");
         auto manager = unit.manager();
-        QCOMPARE(manager->value(Settings::OutletSize).variant(), QVariant(2));
-        QCOMPARE(manager->value(Settings::Localcontroller).variant(), QVariant(0));
-        QCOMPARE(manager->value(Settings::Serialno).variant(), QVariant("N/A"));
-    }
-
-    void firmwareVersion()
-    {
-        Unit unit(platformIni, chargemanagerIni);
-        unit.files().write("version", "  4.2.0-rc1  \nsecond line\n");
-        auto manager = unit.manager();
-        QCOMPARE(manager->value(Settings::FirmwareVersion).toString(), QStringLiteral("4.2.0-rc1"));
+        QCOMPARE(manager->vendor().toString(), QStringLiteral("N/A"));
+        QCOMPARE(manager->model().toString(), QStringLiteral("N/A"));
     }
 
     void unimplementedVirtualSettings_data()
@@ -168,18 +158,15 @@ private slots:
         QTest::addColumn<QString>("category");
         QTest::addColumn<int>("type");
         QTest::addColumn<QString>("message");
-        QTest::newRow("heartbeat")
-            << quint32(Settings::HeartbeatInterval) << "default" << int(QtWarningMsg)
-            << "SettingValue ConfigurationManager::_readVirtualSetting(Setting) const "
-               "Unimplemented code.";
-        QTest::newRow("modem firmware") << quint32(Settings::ModemFirmware) << "default"
-                                        << int(QtWarningMsg) << "Unimplemented code.";
+        QTest::newRow("heartbeat") << quint32(Settings::HeartbeatInterval) << "default"
+                                   << int(QtWarningMsg)
+                                   << "SettingValue ConfigurationManager::_readVirtualSetting"
+                                      "(Setting) const Unimplemented code.";
         QTest::newRow("other virtual")
             << quint32(Settings::ChargeProfileMaxStackLevel) << "config" << int(QtCriticalMsg)
             << "Unhandled parameter! \"ocpp/ChargeProfileMaxStackLevel\" \"20\" 5";
-        QTest::newRow("invalid setting")
-            << quint32(Settings::Invalid) << "config" << int(QtCriticalMsg)
-            << "Unhandled parameter! \"\" \"\" 190";
+        QTest::newRow("invalid setting") << quint32(Settings::Invalid) << "config"
+                                         << int(QtCriticalMsg) << "Unhandled parameter! \"\" \"\" 190";
     }
 
     void unimplementedVirtualSettings()
@@ -193,42 +180,6 @@ private slots:
         LogCapture log;
         QVERIFY(!manager->value(Setting::fromIndex(setting)).isValid());
         QCOMPARE(log.count(category, QtMsgType(type), message), 1);
-    }
-
-    void identityReaders_data()
-    {
-        QTest::addColumn<QByteArray>("environment");
-        QTest::addColumn<QString>("vendor");
-        QTest::addColumn<QString>("model");
-        QTest::addColumn<QString>("modelVersion");
-        QTest::newRow("environment wins")
-            << QByteArray("vendor=EnvVendor\nmodel=EnvModel\nmodelversion=3\n") << "EnvVendor"
-            << "EnvModel"
-            << "3";
-        QTest::newRow("platform.ini fallback") << QByteArray("serialno=1\n") << "PlatformVendor"
-                                               << "PlatformModel"
-                                               << "N/A";
-    }
-
-    void identityReaders()
-    {
-        QFETCH(QByteArray, environment);
-        QFETCH(QString, vendor);
-        QFETCH(QString, model);
-        QFETCH(QString, modelVersion);
-        Unit unit(platformIni + "modelversion=9\n", chargemanagerIni, environment);
-        auto manager = unit.manager();
-        QCOMPARE(manager->value(Settings::ChargingStationVendor).toString(), vendor);
-        QCOMPARE(manager->value(Settings::ChargingStationModel).toString(), model);
-        QCOMPARE(manager->value(Settings::ChargingStationModelVersion).toString(), modelVersion);
-    }
-
-    void identityWithoutAnySource()
-    {
-        Unit unit("[outlet]\nsize=1\n", chargemanagerIni, "");
-        auto manager = unit.manager();
-        QCOMPARE(manager->vendor().toString(), QStringLiteral("N/A"));
-        QCOMPARE(manager->model().toString(), QStringLiteral("N/A"));
     }
 
     void outletReaders()
@@ -246,50 +197,106 @@ private slots:
         QCOMPARE(log.count("Unhandled parameter!"), 2);
     }
 
-    void requiredMeters_data()
+    // The feedback meters of corvix.ini, read only when the charge manager runs a local grid
+    // with feedback meters and the file is there.
+    void feedbackMeters_data()
     {
         QTest::addColumn<QByteArray>("chargemanager");
         QTest::addColumn<QByteArray>("corvix");
-        QTest::addColumn<int>("rtu");
+        QTest::addColumn<QStringList>("rtu");
         QTest::addColumn<QStringList>("tcp");
-        const QByteArray corvix
+        QTest::addColumn<int>("deprecated");
+        const QByteArray feedback = "localcontroller=1\n";
+        const QByteArray mixed
             = "[a]\nmeter=modbus/1/7\n[b]\nmeter=modbus/127.0.0.2\n[c]\nmeterpath=modbus/2/9\n";
-        QTest::newRow("active") << QByteArray("localcontroller=1\n") << corvix << 2
-                                << QStringList { "127.0.0.2" };
+        QTest::newRow("rtu, tcp and a deprecated key")
+            << feedback << mixed << QStringList { "modbus/1/7", "modbus/2/9" }
+            << QStringList { "127.0.0.2" } << 1;
         QTest::newRow("no local controller")
-            << QByteArray("localcontroller=0\n") << corvix << 0 << QStringList();
+            << QByteArray("localcontroller=0\n") << mixed << QStringList() << QStringList() << 0;
         QTest::newRow("home meter kind")
-            << QByteArray("localcontroller=2\n") << corvix << 0 << QStringList();
+            << QByteArray("localcontroller=2\n") << mixed << QStringList() << QStringList() << 0;
         QTest::newRow("no corvix.ini")
-            << QByteArray("localcontroller=1\n") << QByteArray() << 0 << QStringList();
+            << feedback << QByteArray() << QStringList() << QStringList() << 0;
+        QTest::newRow("file order, duplicates kept")
+            << feedback
+            << QByteArray("[a]\nmeter=modbus/1/9\n[b]\nmeter=modbus/2/3\n[c]\nmeter=modbus/1/9\n")
+            << QStringList { "modbus/1/9", "modbus/2/3", "modbus/1/9" } << QStringList() << 0;
+        QTest::newRow("both deprecated keys, never tcp")
+            << feedback
+            << QByteArray("[old]\ngcumeter=modbus/1/4\nmeterpath=modbus/1/5\n[tcp]\n"
+                          "gcumeter=modbus/10.0.0.1\n")
+            << QStringList { "modbus/1/4", "modbus/1/5" } << QStringList() << 3;
+        QTest::newRow("ipv6") << feedback << QByteArray("[a]\nmeter=\"modbus/::1\"\n")
+                              << QStringList() << QStringList { "::1" } << 0;
+        QTest::newRow("entries that are neither")
+            << feedback
+            << QByteArray("[a]\nmeter=modbus/192.168.0.10/5\n[b]\nmeter=MODBUS/192.168.0.10\n"
+                          "[c]\nmeter=modbus/not-an-address\n[d]\nmeter=modbus/3/7\n"
+                          "[e]\nmeter=modbus/1/0\n[f]\nmeter=modbus/1/7,modbus/1/8\n"
+                          "[g]\nmeters=modbus/1/3\n")
+            << QStringList() << QStringList() << 0;
     }
 
-    void requiredMeters()
+    void feedbackMeters()
     {
         QFETCH(QByteArray, chargemanager);
         QFETCH(QByteArray, corvix);
-        QFETCH(int, rtu);
+        QFETCH(QStringList, rtu);
         QFETCH(QStringList, tcp);
-        Unit unit(platformIni, chargemanager);
-        if (!corvix.isNull())
-            unit.files().write("corvix.ini", corvix);
+        QFETCH(int, deprecated);
+        Unit unit(platformIni, chargemanager, "", corvix);
         auto manager = unit.manager();
         LogCapture log;
-        const QList<RequiredModbusMeter> meters = manager->requiredModbusMeters();
-        QCOMPARE(meters.size(), rtu);
-        for (const RequiredModbusMeter &meter : meters)
+        QStringList actual;
+        for (const RequiredModbusMeter &meter : manager->requiredModbusMeters()) {
+            actual << meter.path.toString();
             QCOMPARE(meter.type, EnergyMeterTypes::ModbusRtu);
-        QCOMPARE(manager->requiredTCPModbusMeters(), tcp);
-        if (rtu > 0) {
-            QCOMPARE(meters.first().path, (ModbusPath { Channel::External, 7 }));
-            QCOMPARE(meters.last().path, (ModbusPath { Channel::Internal, 9 }));
-            QVERIFY(log.contains(
-                "config", QtDebugMsg, "requiredModbusMeters 2 required feedback modbus meters"));
-            QVERIFY(log.contains("config", QtDebugMsg,
-                "requiredTCPModbusMeters 1 required feedback modbus TCP meters"));
-        } else {
-            QCOMPARE(log.count("CxUtil"), 0);
         }
+        QCOMPARE(actual, rtu);
+        QCOMPARE(manager->requiredTCPModbusMeters(), tcp);
+        QCOMPARE(log.count("default", QtWarningMsg, "Deprecated configuration format detected!"),
+            deprecated);
+        QCOMPARE(log.count("config", QtDebugMsg,
+                     QStringLiteral("requiredModbusMeters %1 required feedback modbus meters")
+                         .arg(rtu.size())),
+            chargemanager == "localcontroller=1\n" && !corvix.isNull() ? 1 : 0);
+    }
+
+    void malformedCorvixIni()
+    {
+        Unit unit(platformIni, chargemanagerIni, "", "[grid\nmeter=modbus/1/7\n");
+        LogCapture log;
+        QVERIFY(CxUtil::requiredFeedbackMeters().isEmpty());
+        QVERIFY(CxUtil::requiredTCPFeedbackMeters().isEmpty());
+        QCOMPARE(log.count("default", QtCriticalMsg,
+                     "static QList<ModbusPath> CxUtil::_requiredFeedbackMeters(const QString&) "
+                     "Could not open corvix configuration!"),
+            1);
+        QCOMPARE(log.count("default", QtCriticalMsg,
+                     "static QList<QString> CxUtil::_requiredTCPFeedbackMeters(const QString&) "
+                     "Could not open CORVIX configuration: \""
+                         + CxUtil::configurationPath() + "\""),
+            1);
+    }
+
+    void homeMeter_data()
+    {
+        QTest::addColumn<QByteArray>("chargemanager");
+        QTest::addColumn<bool>("required");
+        QTest::newRow("home meter") << QByteArray("localcontroller=2\n") << true;
+        QTest::newRow("cxair, any case")
+            << QByteArray("localcontroller=2\nCXHomeMeterType=CxAir\n") << false;
+        QTest::newRow("feedback meters") << QByteArray("localcontroller=1\n") << false;
+        QTest::newRow("out of range") << QByteArray("localcontroller=7\n") << false;
+    }
+
+    void homeMeter()
+    {
+        QFETCH(QByteArray, chargemanager);
+        QFETCH(bool, required);
+        Unit unit(platformIni, chargemanager);
+        QCOMPARE(CxUtil::homeMeterRequired(*unit.manager()), required);
     }
 };
 

@@ -8,26 +8,23 @@ class TestModbusPath : public QObject
     Q_OBJECT
 
 private slots:
-    void roundTrip_data()
+    void valid_data()
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<int>("channel");
         QTest::addColumn<int>("address");
         QTest::addColumn<QString>("printed");
-        QTest::newRow("external") << "modbus/1/5" << int(Channel::External) << 5 << "modbus/1/5";
-        QTest::newRow("internal") << "modbus/2/247" << int(Channel::Internal) << 247
-                                  << "modbus/2/247";
-        QTest::newRow("lowest") << "modbus/1/1" << int(Channel::External) << 1 << "modbus/1/1";
-        QTest::newRow("highest") << "modbus/2/255" << int(Channel::Internal) << 255
-                                 << "modbus/2/255";
-        QTest::newRow("leading zeros")
-            << "modbus/01/007" << int(Channel::External) << 7 << "modbus/1/7";
+        QTest::newRow("external, lowest") << "modbus/1/1" << int(Channel::External) << 1
+                                          << "modbus/1/1";
+        QTest::newRow("internal, highest") << "modbus/2/255" << int(Channel::Internal) << 255
+                                           << "modbus/2/255";
+        QTest::newRow("leading zeros, plus sign")
+            << "modbus/01/+007" << int(Channel::External) << 7 << "modbus/1/7";
         QTest::newRow("prefix test only")
-            << "modbusX/1/5" << int(Channel::External) << 5 << "modbus/1/5";
-        QTest::newRow("plus sign") << "modbus/+1/5" << int(Channel::External) << 5 << "modbus/1/5";
+            << "modbusX/2/5" << int(Channel::Internal) << 5 << "modbus/2/5";
     }
 
-    void roundTrip()
+    void valid()
     {
         QFETCH(QString, text);
         QFETCH(int, channel);
@@ -39,7 +36,6 @@ private slots:
         QCOMPARE(int(path.channel), channel);
         QCOMPARE(int(path.address), address);
         QCOMPARE(path.toString(), printed);
-        QCOMPARE(ModbusPath::fromPathString(path.toString()), path);
         QCOMPARE(log.lines().size(), 0);
     }
 
@@ -47,44 +43,19 @@ private slots:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("message");
-        QTest::newRow("bad channel") << "modbus/3/5"
-                                     << "\"3\"  is not a valid channel";
-        QTest::newRow("channel 0") << "modbus/0/5"
-                                   << "\"0\"  is not a valid channel";
-        QTest::newRow("address 0") << "modbus/1/0"
-                                   << "\"0\"  is not a valid address";
-        QTest::newRow("address 256") << "modbus/1/256"
-                                     << "\"256\"  is not a valid address";
-        QTest::newRow("negative address") << "modbus/1/-5"
-                                          << "\"-5\"  is not a valid address";
-        QTest::newRow("channel text") << "modbus/x/5"
-                                      << "\"x\"  is not a number";
-        QTest::newRow("address text") << "modbus/1/x"
-                                      << "\"x\"  is not a number";
-        QTest::newRow("empty channel") << "modbus//5"
-                                       << "\"\"  is not a number";
-        QTest::newRow("too few parts") << "modbus/1"
-                                       << "Invalid format: \"modbus/1\"";
-        QTest::newRow("too many parts") << "modbus/1/2/3"
-                                        << "Invalid format: \"modbus/1/2/3\"";
-        QTest::newRow("capital M") << "Modbus/1/5"
-                                   << "Invalid format: \"Modbus/1/5\"";
-        QTest::newRow("empty") << ""
-                               << "Invalid format: \"\"";
-        QTest::newRow("huge address") << "modbus/1/99999999999999999999"
-                                      << "\"99999999999999999999\"  is not a number";
-        QTest::newRow("address past 32 bits") << "modbus/1/4294967301"
-                                              << "\"4294967301\"  is not a number";
-        QTest::newRow("huge channel") << "modbus/2147483648/1"
-                                      << "\"2147483648\"  is not a number";
-        QTest::newRow("hex") << "modbus/1/0x10"
-                             << "\"0x10\"  is not a number";
+        QTest::newRow("channel 3") << "modbus/3/5" << "\"3\"  is not a valid channel";
+        QTest::newRow("channel 0") << "modbus/0/5" << "\"0\"  is not a valid channel";
+        QTest::newRow("address 0") << "modbus/1/0" << "\"0\"  is not a valid address";
+        QTest::newRow("address 256") << "modbus/1/256" << "\"256\"  is not a valid address";
+        QTest::newRow("channel text") << "modbus/x/5" << "\"x\"  is not a number";
+        QTest::newRow("address text") << "modbus/1/x" << "\"x\"  is not a number";
+        QTest::newRow("address past 32 bits")
+            << "modbus/1/4294967301" << "\"4294967301\"  is not a number";
+        QTest::newRow("too few parts") << "modbus/1" << "Invalid format: \"modbus/1\"";
+        QTest::newRow("too many parts") << "modbus/1/2/3" << "Invalid format: \"modbus/1/2/3\"";
+        QTest::newRow("capital M") << "Modbus/1/5" << "Invalid format: \"Modbus/1/5\"";
         QTest::newRow("tcp form") << "modbus/192.168.0.10"
                                   << "Invalid format: \"modbus/192.168.0.10\"";
-        QTest::newRow("null meter") << "NULL:N/A"
-                                    << "Invalid format: \"NULL:N/A\"";
-        QTest::newRow("odd characters")
-            << QString::fromUtf8("modbus/1/\xe2\x82\xac\n\t") << "is not a number";
     }
 
     void rejected()
@@ -100,23 +71,12 @@ private slots:
 
         log.clear();
         const ModbusPath path = ModbusPath::fromPathString(text);
-        QCOMPARE(path, ModbusPath {});
-        QCOMPARE(path.channel, Channel::Invalid);
-        QCOMPARE(path.address, quint8(0));
+        QCOMPARE(path, (ModbusPath { Channel::Invalid, 0 }));
         QVERIFY(path.toString().isEmpty());
         QCOMPARE(log.count("default", QtCriticalMsg,
                      "static ModbusPath ModbusPath::fromPathString(const QString&) Invalid path "
                      "used! Expect trouble"),
             1);
-    }
-
-    void channelNames()
-    {
-        QCOMPARE(ModbusPath::channelName(Channel::External), QStringLiteral("External"));
-        QCOMPARE(ModbusPath::channelName(Channel::Internal), QStringLiteral("Internal"));
-        QCOMPARE(int(Channel::Internal), 0);
-        QCOMPARE(int(Channel::External), 1);
-        QCOMPARE(int(Channel::Invalid), 2);
     }
 };
 

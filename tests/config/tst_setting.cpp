@@ -1,151 +1,126 @@
+#include "logcapture.h"
 #include "setting.h"
 #include "settingvalue.h"
 
 #include <QRegularExpression>
 #include <QTest>
 
+#include <functional>
+
+// The settings table's lookups, and the typed conversions of a stored value with the critical
+// line each refusal logs.
 class TestSetting : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void storageClassCounts()
-    {
-        QMap<StorageClass, int> counts;
-        for (const Setting setting : Setting::all())
-            ++counts[setting.storageClass()];
-        QCOMPARE(Setting::all().size(), 189);
-        QCOMPARE(counts.value(StorageClasses::Chargemanager), 122);
-        QCOMPARE(counts.value(StorageClasses::Platform), 34);
-        QCOMPARE(counts.value(StorageClasses::Environment), 3);
-        QCOMPARE(counts.value(StorageClasses::Virtual), 30);
-    }
-
-    void invalidSetting_data()
-    {
-        QTest::addColumn<quint32>("index");
-        QTest::newRow("default constructed") << Setting().index();
-        QTest::newRow("190") << quint32(190);
-        QTest::newRow("189, just past the table") << quint32(189);
-        QTest::newRow("huge") << quint32(0xFFFFFFFF);
-    }
-
-    void invalidSetting()
-    {
-        QFETCH(quint32, index);
-        const Setting setting = Setting::fromIndex(index);
-        QVERIFY(!setting.isValid());
-        QVERIFY(setting.key().isEmpty());
-        QCOMPARE(setting.storageClass(), StorageClasses::Virtual);
-        QVERIFY(!setting.defaultValue().isValid());
-    }
-
-    void keysAreUniqueAndIndexed()
-    {
-        QSet<QString> keys;
-        for (const Setting setting : Setting::all()) {
-            QVERIFY2(!keys.contains(setting.key()), qPrintable(setting.key()));
-            keys.insert(setting.key());
-            QCOMPARE(Setting::fromKey(setting.key()), setting);
-        }
-    }
-
-    void fromKey_data()
+    void lookups_data()
     {
         QTest::addColumn<QString>("key");
         QTest::addColumn<quint32>("index");
-        QTest::newRow("plain key") << "outlet/size" << quint32(22);
-        QTest::newRow("ocpp added in front") << "ocpp/HeartbeatInterval" << quint32(11);
-        QTest::newRow("ocpp is never removed") << "AuthCacheLifeTime" << quint32(190);
-        QTest::newRow("ocpp added once more") << "ocpp/ocpp/AuthCacheLifeTime" << quint32(3);
-        QTest::newRow("case sensitive") << "Outlet/Size" << quint32(190);
-        QTest::newRow("empty") << "" << quint32(190);
-        QTest::newRow("last row") << "modbus/debug" << quint32(188);
+        QTest::addColumn<QString>("publicName");
+        QTest::newRow("plain key") << "outlet/size" << quint32(22) << "NumberOfConnectors";
+        QTest::newRow("ocpp added in front")
+            << "ocpp/HeartbeatInterval" << quint32(11) << "HeartbeatInterval";
+        QTest::newRow("ocpp added once more") << "ocpp/ocpp/AuthCacheLifeTime" << quint32(3)
+                                              << "AuthCacheLifeTime";
+        QTest::newRow("platform class") << "modbus/baudrate" << quint32(Settings::ModbusBaudrate)
+                                        << "platform/modbus/baudrate";
+        QTest::newRow("last row") << "modbus/debug" << quint32(188) << "platform/modbus/debug";
+        QTest::newRow("ocpp never removed") << "AuthCacheLifeTime" << quint32(190) << "";
+        QTest::newRow("case sensitive") << "Outlet/Size" << quint32(190) << "";
+        QTest::newRow("a public name is no key") << "NumberOfConnectors" << quint32(190) << "";
     }
 
-    void fromKey()
+    void lookups()
     {
         QFETCH(QString, key);
         QFETCH(quint32, index);
-        QCOMPARE(Setting::fromKey(key).index(), index);
+        QFETCH(QString, publicName);
+        const Setting setting = Setting::fromKey(key);
+        QCOMPARE(setting.index(), index);
+        QCOMPARE(setting.isValid(), !publicName.isEmpty());
+        QCOMPARE(setting.publicName(), publicName);
+        if (setting.isValid())
+            QCOMPARE(Setting::fromPublicName(publicName), setting);
+        else
+            QVERIFY(setting.key().isEmpty() && !setting.defaultValue().isValid());
     }
 
-    void publicName_data()
+    void everyKeyFindsItsRow()
     {
-        QTest::addColumn<quint32>("index");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("outlet/size") << quint32(Settings::OutletSize) << "NumberOfConnectors";
-        QTest::newRow("ocpp removed")
-            << quint32(Settings::AuthCacheLifeTime) << "AuthCacheLifeTime";
-        QTest::newRow("platform added")
-            << quint32(Settings::ModbusBaudrate) << "platform/modbus/baudrate";
-        QTest::newRow("unchanged") << quint32(Settings::Chargeboxidentity) << "chargeboxidentity";
-        QTest::newRow("environment") << quint32(Settings::Serialno) << "serialno";
-        QTest::newRow("virtual with ocpp")
-            << quint32(Settings::ChargeProfileMaxStackLevel) << "ChargeProfileMaxStackLevel";
-    }
-
-    void publicName()
-    {
-        QFETCH(quint32, index);
-        QFETCH(QString, name);
-        QCOMPARE(Setting::fromIndex(index).publicName(), name);
-        QCOMPARE(Setting::fromPublicName(name).index(), index);
-    }
-
-    void publicNameIsNotAKey()
-    {
-        QCOMPARE(Setting::fromPublicName("outlet/size"), Setting());
-        QCOMPARE(Setting::fromKey("NumberOfConnectors"), Setting());
-        QCOMPARE(Setting::fromPublicName("modbus/baudrate"), Setting());
-    }
-
-    void defaults_data()
-    {
-        QTest::addColumn<quint32>("index");
-        QTest::addColumn<QVariant>("value");
-        QTest::newRow("outlet/size") << quint32(Settings::OutletSize) << QVariant(2);
-        QTest::newRow("energymeter") << quint32(Settings::Outlet2Energymeter) << QVariant(-1);
-        QTest::newRow("baudrate") << quint32(Settings::ModbusBaudrate) << QVariant(9600);
-        QTest::newRow("meter type") << quint32(Settings::CXHomeMeterType) << QVariant("modbus");
-        QTest::newRow("empty text") << quint32(Settings::Gateway) << QVariant(QString());
-        QTest::newRow("max keys text")
-            << quint32(Settings::GetConfigurationMaxKeys) << QVariant("number of parameters");
-        QTest::newRow("heartbeat") << quint32(Settings::HeartbeatInterval) << QVariant(240);
-        QTest::newRow("environment") << quint32(Settings::HwRev) << QVariant("N/A");
-        QTest::newRow("rfid format") << quint32(Settings::SystemRfidFormat) << QVariant("true");
-    }
-
-    void defaults()
-    {
-        QFETCH(quint32, index);
-        QFETCH(QVariant, value);
-        const SettingValue actual = Setting::fromIndex(index).defaultValue();
-        QVERIFY(actual.isValid());
-        QCOMPARE(actual.variant(), value);
+        QCOMPARE(Setting::all().size(), 189);
+        for (const Setting setting : Setting::all())
+            QCOMPARE(Setting::fromKey(setting.key()), setting);
+        QVERIFY(!Setting::fromIndex(0xFFFFFFFF).isValid());
     }
 
     void chargeboxIdentityIsAFreshUuid()
     {
         const QString first = Setting(Settings::Chargeboxidentity).defaultValue().toString();
         const QString second = Setting(Settings::Chargeboxidentity).defaultValue().toString();
-        const QRegularExpression uuid(
-            QStringLiteral("^[0-9a-f]{8}-([0-9a-f]{4}-){3}[0-9a-f]{12}$"));
-        QVERIFY2(uuid.match(first).hasMatch(), qPrintable(first));
-        QVERIFY(uuid.match(second).hasMatch());
+        QVERIFY2(QRegularExpression("^[0-9a-f]{8}-([0-9a-f]{4}-){3}[0-9a-f]{12}$")
+                     .match(first)
+                     .hasMatch(),
+            qPrintable(first));
         QVERIFY(first != second);
     }
 
-    void toldDefaultsAreFilled()
+    void conversions_data()
     {
-        QVERIFY(Setting(Settings::Endpoint).defaultValue().toString().startsWith("wss://"));
-        QVERIFY(!Setting(Settings::NtpServerUri).defaultValue().toString().isEmpty());
-        QCOMPARE(Setting(Settings::CustomizationCtrlSupported)
-                     .defaultValue()
-                     .toString()
-                     .split(", ")
-                     .size(),
-            3);
+        QTest::addColumn<QString>("conversion");
+        QTest::addColumn<QVariant>("stored");
+        QTest::addColumn<int>("expected");
+        QTest::addColumn<QString>("message"); // the one critical line, or none when empty
+        const QString meter = "EnergyMeterType SettingValue::toEnergyMeterType() const Unknown "
+                              "energy meter type: ";
+        QTest::newRow("meter -1") << "meter" << QVariant(-1) << -1 << "";
+        QTest::newRow("meter 4 as text") << "meter" << QVariant("4") << 4 << "";
+        QTest::newRow("meter 5") << "meter" << QVariant(5) << -1 << meter + "5";
+        QTest::newRow("meter -2") << "meter" << QVariant("-2") << -1 << meter + "-2";
+        QTest::newRow("meter text") << "meter" << QVariant("abc") << 0 << meter + "\"abc\"";
+        QTest::newRow("meter invalid") << "meter" << QVariant() << 0 << meter + "\"\"";
+        const QString connector = "EvseManagerTypes::ConnectorType "
+                                  "SettingValue::toConnectorType() const Invalid connector type: ";
+        QTest::newRow("connector 0") << "connector" << QVariant(0) << 0 << "";
+        QTest::newRow("connector 3") << "connector" << QVariant("3") << 3 << "";
+        QTest::newRow("connector 4") << "connector" << QVariant(4) << 0 << connector + "4";
+        QTest::newRow("connector -1") << "connector" << QVariant(-1) << 0 << connector + "-1";
+        const QString lock
+            = "PlugLockEngine SettingValue::toLockEngineType() const Unknown lock type: ";
+        QTest::newRow("lock 1") << "lock" << QVariant(1) << 1 << "";
+        QTest::newRow("lock 3") << "lock" << QVariant("3") << 3 << "";
+        QTest::newRow("lock 4") << "lock" << QVariant(4) << 0 << lock + "4";
+        QTest::newRow("lock -1") << "lock" << QVariant(-1) << 0 << lock + "-1";
+        QTest::newRow("lock text") << "lock" << QVariant("motor") << 0 << lock + "\"motor\"";
+        const QString corvix = "CorvixType SettingValue::toCorvixType() const Invalid parameter "
+                               "for CorvixType:  ";
+        QTest::newRow("corvix 0") << "corvix" << QVariant(0) << 0 << "";
+        QTest::newRow("corvix 2") << "corvix" << QVariant("2") << 2 << "";
+        QTest::newRow("corvix 3") << "corvix" << QVariant(3) << 0 << corvix + "3";
+        QTest::newRow("corvix -5") << "corvix" << QVariant(-5) << 0 << corvix + "-5";
+        QTest::newRow("cxair any case") << "cxair" << QVariant("CxAir") << 1 << "";
+        QTest::newRow("cxair with a blank") << "cxair" << QVariant("cxair ") << 0 << "";
+    }
+
+    void conversions()
+    {
+        QFETCH(QString, conversion);
+        QFETCH(QVariant, stored);
+        QFETCH(int, expected);
+        QFETCH(QString, message);
+        const QMap<QString, std::function<int(const SettingValue &)>> convert {
+            { "meter", [](const SettingValue &v) { return v.toEnergyMeterType(); } },
+            { "connector", [](const SettingValue &v) { return int(v.toConnectorType()); } },
+            { "lock", [](const SettingValue &v) { return v.toLockEngineType(); } },
+            { "corvix", [](const SettingValue &v) { return int(v.toCorvixType()); } },
+            { "cxair", [](const SettingValue &v) { return int(v.isCxAir()); } },
+        };
+        LogCapture log;
+        QCOMPARE(convert.value(conversion)(SettingValue(stored)), expected);
+        QCOMPARE(log.lines().size(), message.isEmpty() ? 0 : 1);
+        if (!message.isEmpty())
+            QCOMPARE(log.count("default", QtCriticalMsg, message), 1);
     }
 };
 

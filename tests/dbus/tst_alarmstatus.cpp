@@ -2,7 +2,6 @@
 #include "logcapture.h"
 
 #include <QDBusMetaType>
-#include <QMetaEnum>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -29,45 +28,6 @@ class TestAlarmStatus : public QObject
     Q_OBJECT
 
 private slots:
-    void alarmNumbers_data()
-    {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<int>("number");
-        const std::pair<const char *, int> table[] = { { "UnknownError", 0 }, { "Fuse", 2 },
-            { "Earthbreaker", 3 }, { "Contactor", 4 }, { "McuTimeout", 5 },
-            { "HighTemperature", 6 }, { "ConnectorLockFailure", 7 }, { "CbcLoop", 8 },
-            { "OcuGeneric", 9 }, { "NoPp", 10 }, { "OcuRcmDc", 11 }, { "OcuRcmAc", 12 },
-            { "OcuTemperature1", 13 }, { "OcuTemperature2", 14 }, { "OcuSelftestFailed", 15 },
-            { "OcuGpioExpander", 16 }, { "OcuNegativeCp", 17 }, { "OcuEnergyMeter", 18 },
-            { "OcuRelayCountReached", 19 }, { "OcuFirmwareUpdateError", 20 },
-            { "OcuRcmCalibrationFailed", 21 }, { "EvOvercurrent", 22 },
-            { "SessionEnergyReached", 23 }, { "CxConfiguration", 24 },
-            { "CxClientLostConnection", 25 }, { "FwUpdateRebootAwaitingEvDisconnect", 26 },
-            { "CxEmsOffline", 27 }, { "CxHomeOvercurrentShutdown", 28 },
-            { "ExcessiveContactorToggleCycles", 29 }, { "OcuErrorModbusCommunication", 30 },
-            { "VentilationNotSupported", 31 }, { "FrequentPpChanges", 32 }, { "OcuErrorGmi", 33 },
-            { "OcuErrorFsmcuHeartbeatLost", 34 }, { "MaxEnergyOnInvalidIdReached", 35 },
-            { "SessionAuthenticationNotPossible", 36 }, { "CxClientIncorrectPSK", 37 },
-            { "CxClientConnectionRefused", 38 }, { "OcuRelayWelded", 40 },
-            { "EnergyMeterCommunication", 41 }, { "OcuCpShorted", 42 } };
-        for (const auto &[name, number] : table)
-            QTest::newRow(name) << QByteArray(name) << number;
-        QTest::newRow("1 unassigned") << QByteArray() << 1;
-        QTest::newRow("39 unassigned") << QByteArray() << 39;
-    }
-
-    void alarmNumbers()
-    {
-        QFETCH(QByteArray, name);
-        QFETCH(int, number);
-        const QMetaEnum alarms = QMetaEnum::fromType<Alarms::AlarmType>();
-        QCOMPARE(alarms.keyCount(), 41);
-        if (name.isEmpty())
-            QCOMPARE(alarms.valueToKey(number), nullptr);
-        else
-            QCOMPARE(alarms.keyToValue(name.constData()), number);
-    }
-
     void registeredForSignalsAndBus()
     {
         const AlarmStatus status;

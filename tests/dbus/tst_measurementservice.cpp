@@ -1,4 +1,3 @@
-#include "frozenmeters.h"
 #include "meterdrig.h"
 
 #include <QDBusConnection>
@@ -15,93 +14,66 @@
 
 namespace {
 
-// Frozen meters of every model the daemon detects on a line (values do not drift, so they can
-// be compared exactly), one meter that answers its identification but no measurement, and one
-// address where nothing answers. The values of the newer models are chosen to show how each
-// reads its registers.
-QByteArray scenario()
-{
-    return FrozenMeters::scenario() + R"(
+// Meters of every model the daemon detects on a line, frozen so that values do not drift. Values
+// the simulator does not default are chosen to show how each model reads its registers. Address
+// 10 answers nothing.
+const QByteArray scenario = R"(
+[7]
+model=EM340
+current2=-6.25
+power=-1500.5
+powerfactor3=-0.75
+energy=123456.7
+fault=frozen
+[8]
+model=EM111
+current1=9.876
+fault=frozen
+[9]
+model=EM210
+current1=1.5
+fault=frozen
+; Identified as an EM540, but with an EM111's registers: every read fails.
 [11]
 model=EM111
 idcode=1762
 fault=frozen
-
+; Power from the apparent power of phase 3 (words 28-29); power factors read unsigned, so
+; -0.001 (0xFFFF) reads 65.535.
+[12]
+model=EM540
+apparentpower3=123.4
+powerfactor1=-0.001
+fault=frozen
 [13]
 model=EM511
-serial=EM511SERIAL013
-voltage1=231.5
-current1=7.25
-power=1678.4
 powerfactor1=-0.87
-frequency=49.9
-energy=555.5
-energyexported=1.2
 fault=frozen
-
 [14]
 model=EM580
-serial=EM580SERIAL014
-voltage1=229.9
-voltage2=230.4
-voltage3=231.0
-current1=16.0
-current2=15.5
 current3=-2.25
 power=-7200.5
-powerfactor1=0.99
 powerfactor2=-0.98
-powerfactor3=0.97
-frequency=50.0
-energy=98765.4
-energyexported=321.0
 fault=frozen
-
-; Voltage 1 is the pair 0x0001, 0x0000; the other word of current 3's pair is register 11, the
-; identification code, and changes nothing.
+; Voltage 1 is the pair 0x0001, 0x0000: only the low words count.
 [15]
 model=GM3D
-serial=123456
 voltage1=0.1
-voltage2=230.0
-voltage3=229.0
-current1=5.5
-current2=0.0
-current3=4.9
-power=3000.0
-energy=100.5
 fault=frozen
-
-; Current 1 is 1234 in the register: 12.34 A for the EM21 retrofit code 70, 1.234 A for 57.
+; The same registers: 5.0 A is 5000, which the EM21 retrofit (code 70) reads as 50.0 A.
 [16]
 model=GM3T
 idcode=70
-serial=GM3TRETROFIT16
-voltage1=230.0
-voltage2=231.0
-voltage3=232.0
-current1=1.234
-current2=2.5
-current3=0.05
-power=1500.0
-energy=42.0
 fault=frozen
-
 [17]
 model=GM3T
 idcode=57
-serial=GM3TREGULAR017
-voltage1=230.0
-voltage2=231.0
-voltage3=232.0
-current1=1.234
-current2=2.5
-current3=0.05
-power=1500.0
-energy=42.0
+fault=frozen
+; Imported energy at 62, where the others keep it at 52.
+[18]
+model=EM26
 fault=frozen
 )";
-}
 
 // Network meters where the suite may bind port 502: a PAC3220 and an EM24 (code 1650).
 const QString pacAddress = "127.0.0.31";
@@ -116,27 +88,29 @@ QStringList networkMeters()
 
 QByteArray corvix()
 {
-    QByteArray text = FrozenMeters::corvix() + R"(
-[mismatch]
-meter=modbus/1/11
-[em511]
-meter=modbus/1/13
-[em580]
-meter=modbus/1/14
-[gm3d]
-meter=modbus/1/15
-[gm3tretrofit]
-meter=modbus/1/16
-[gm3tregular]
-meter=modbus/1/17
-)";
+    QByteArray text;
+    for (int address : { 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18 })
+        text += QStringLiteral("[m%1]\nmeter=modbus/1/%2\n").arg(address, 2, 10, QLatin1Char('0')).arg(address).toLatin1();
     if (!networkMeters().isEmpty())
         text += "[tcp1]\nmeter=modbus/" + pacAddress.toLatin1() + "\n[tcp2]\nmeter=modbus/"
             + em24Address.toLatin1() + "\n";
     return text;
 }
 
-const QList<int> connectedAddresses { 7, 8, 9, 12, 13, 14, 15, 16, 17 };
+// The simulator's default values, with some absent (NaN) and some changed.
+QVariantMap reading(const QVariantMap &changes, const QStringList &absent = {})
+{
+    QVariantMap values { { "voltage1", 230.0 }, { "voltage2", 231.0 }, { "voltage3", 229.5 },
+        { "current1", 5.0 }, { "current2", 5.2 }, { "current3", 4.9 }, { "power", 3405.5 },
+        { "power_factor1", 0.98 }, { "power_factor2", 0.97 }, { "power_factor3", 0.99 },
+        { "frequency", 50.0 }, { "total_energy", 1234.5 }, { "total_energy_exported", 12.3 } };
+    for (const QString &key : absent)
+        values.insert(key, qQNaN());
+    values.insert(changes);
+    return values;
+}
+
+const QList<int> connectedAddresses { 7, 8, 9, 12, 13, 14, 15, 16, 17, 18 };
 
 double number(const QString &reply)
 {
@@ -198,8 +172,15 @@ private:
 private slots:
     void initTestCase()
     {
-        _rig = std::make_unique<MeterdRig>(scenario(), corvix(), networkMeters());
+        _rig = std::make_unique<MeterdRig>(scenario, corvix(), networkMeters());
         QVERIFY(_rig->start());
+        // Started as the service manager starts it: its banner, configuration and bus.
+        const QStringList lines = _rig->daemonLog().split('\n');
+        for (const QString &line : QStringList { "<7>[config] Configuration read successfully",
+                 "<6>[default] MeterManager, Version  " METERD_VERSION,
+                 "<6>[default] Built with Qt 6.5.1 running on " + QString(qVersion()),
+                 "<6>[default] Using system bus" })
+            QVERIFY2(lines.contains(line), qPrintable(line));
         if (!networkMeters().isEmpty()) {
             for (const QString &address : { pacAddress, em24Address })
                 QVERIFY(_rig->simulator("fault " + address + " frozen"));
@@ -212,89 +193,69 @@ private slots:
 
     void meterListAndExists()
     {
-        // Configuration order: corvix.ini's groups come sorted by name.
+        // Configuration order: corvix.ini's groups come sorted by name, TCP meters last.
         const QString network = networkMeters().isEmpty()
             ? QString()
             : QStringLiteral(" \"modbus/127.0.0.31\" \"modbus/127.0.0.32\"");
         QCOMPARE(_rig->busctl("meterList"),
-            QStringLiteral("as %1 \"modbus/1/10\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/7\" "
-                           "\"modbus/1/13\" \"modbus/1/12\" \"modbus/1/14\" \"modbus/1/15\" "
-                           "\"modbus/1/17\" \"modbus/1/16\" \"modbus/1/11\"%2")
-                .arg(network.isEmpty() ? 11 : 13)
+            QStringLiteral("as %1 \"modbus/1/7\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/10\" "
+                           "\"modbus/1/11\" \"modbus/1/12\" \"modbus/1/13\" \"modbus/1/14\" "
+                           "\"modbus/1/15\" \"modbus/1/16\" \"modbus/1/17\" \"modbus/1/18\"%2")
+                .arg(network.isEmpty() ? 12 : 14)
                 .arg(network));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/7" }), QStringLiteral("b true"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/10" }), QStringLiteral("b true"));
-        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/18" }), QStringLiteral("b false"));
+        QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/19" }), QStringLiteral("b false"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/01/7" }), QStringLiteral("b false"));
     }
 
     void readings_data()
     {
         QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("info");
         QTest::addColumn<QVariantMap>("expected");
-        const double nan = std::nan("");
-        QTest::newRow("EM340") << "modbus/1/7"
-                               << QVariantMap { { "voltage1", 230.1 }, { "voltage2", 231.2 },
-                                      { "voltage3", 229.3 }, { "current1", 5.2 },
-                                      { "current2", -6.25 }, { "current3", 0.125 },
-                                      { "power", -1500.5 }, { "power_factor1", 0.98 },
-                                      { "power_factor2", 0.5 }, { "power_factor3", -0.75 },
-                                      { "frequency", 49.9 }, { "total_energy", 123456.7 },
-                                      { "total_energy_exported", 12.3 } };
-        QTest::newRow("EM111") << "modbus/1/8"
-                               << QVariantMap { { "voltage1", 228.4 }, { "voltage2", nan },
-                                      { "voltage3", nan }, { "current1", 9.876 },
-                                      { "current2", nan }, { "current3", nan }, { "power", 2254.6 },
-                                      { "power_factor1", nan }, { "frequency", nan },
-                                      { "total_energy", 42.5 }, { "total_energy_exported", 0.0 } };
-        QTest::newRow("EM210") << "modbus/1/9"
-                               << QVariantMap { { "voltage1", 232.0 }, { "voltage2", 233.0 },
-                                      { "voltage3", 234.5 }, { "current1", 1.5 },
-                                      { "current2", 2.5 }, { "current3", 3.5 }, { "power", 1800.0 },
-                                      { "power_factor2", nan }, { "frequency", nan },
-                                      { "total_energy", 777.7 }, { "total_energy_exported", 0.0 } };
-        QTest::newRow("EM540 power from words 28-29, unsigned power factor")
-            << "modbus/1/12"
-            << QVariantMap { { "voltage1", 230.1 }, { "voltage2", 231.2 }, { "voltage3", 229.3 },
-                   { "current1", 5.2 }, { "current2", 6.25 }, { "current3", 0.125 },
-                   { "power", 123.4 }, { "power_factor1", 65.535 }, { "power_factor2", 0.5 },
-                   { "power_factor3", 1.0 }, { "frequency", 50.1 }, { "total_energy", 2345.6 },
-                   { "total_energy_exported", 7.8 } };
-        QTest::newRow("EM511") << "modbus/1/13"
-                               << QVariantMap { { "voltage1", 231.5 }, { "voltage2", nan },
-                                      { "voltage3", nan }, { "current1", 7.25 },
-                                      { "current2", nan }, { "current3", nan }, { "power", 1678.4 },
-                                      { "power_factor1", -0.87 }, { "power_factor2", nan },
-                                      { "frequency", 49.9 }, { "total_energy", 555.5 },
-                                      { "total_energy_exported", 1.2 } };
-        QTest::newRow("EM580") << "modbus/1/14"
-                               << QVariantMap { { "voltage1", 229.9 }, { "voltage2", 230.4 },
-                                      { "voltage3", 231.0 }, { "current1", 16.0 },
-                                      { "current2", 15.5 }, { "current3", -2.25 },
-                                      { "power", -7200.5 }, { "power_factor1", 0.99 },
-                                      { "power_factor2", -0.98 }, { "power_factor3", 0.97 },
-                                      { "frequency", 50.0 }, { "total_energy", 98765.4 },
-                                      { "total_energy_exported", 321.0 } };
-        QTest::newRow("GM3D low words of the pairs")
-            << "modbus/1/15"
-            << QVariantMap { { "voltage1", 0.1 }, { "voltage2", 230.0 }, { "voltage3", 229.0 },
-                   { "current1", 5.5 }, { "current2", 0.0 }, { "current3", 4.9 },
-                   { "power", 3000.0 }, { "power_factor1", nan }, { "frequency", nan },
-                   { "total_energy", 100.5 }, { "total_energy_exported", 0.0 } };
-        const auto gm3t = [nan](double current1, double current2, double current3) {
-            return QVariantMap { { "voltage1", 230.0 }, { "voltage2", 231.0 },
-                { "voltage3", 232.0 }, { "current1", current1 }, { "current2", current2 },
-                { "current3", current3 }, { "power", 1500.0 }, { "power_factor1", nan },
-                { "frequency", nan }, { "total_energy", 42.0 }, { "total_energy_exported", 0.0 } };
-        };
-        QTest::newRow("GM3T code 70, currents / 100") << "modbus/1/16" << gm3t(12.34, 25.0, 0.5);
-        QTest::newRow("GM3T code 57, currents / 1000") << "modbus/1/17" << gm3t(1.234, 2.5, 0.05);
+        const QStringList onePhase { "voltage2", "voltage3", "current2", "current3",
+            "power_factor2", "power_factor3" };
+        const QStringList noQuality { "power_factor1", "power_factor2", "power_factor3",
+            "frequency" };
+        const QVariantMap noExport { { "total_energy_exported", 0.0 } };
+        QTest::newRow("EM340") << "modbus/1/7" << "EM340:SIM00000000007"
+                               << reading({ { "current2", -6.25 }, { "power", -1500.5 },
+                                      { "power_factor3", -0.75 }, { "total_energy", 123456.7 } });
+        QTest::newRow("EM111, 13 serial bytes")
+            << "modbus/1/8" << "EM111_AV7:SIM0000000000"
+            << reading({ { "current1", 9.876 }, { "total_energy_exported", 0.0 } },
+                   onePhase + noQuality);
+        QTest::newRow("EM210") << "modbus/1/9" << "EM210:SIM00009"
+                               << reading({ { "current1", 1.5 }, { "total_energy_exported", 0.0 } },
+                                      noQuality);
+        QTest::newRow("EM540") << "modbus/1/12" << "EM540:SIM0000000000012"
+                               << reading({ { "power", 123.4 }, { "power_factor1", 65.535 } });
+        QTest::newRow("EM511") << "modbus/1/13" << "EM511:SIM00000000013"
+                               << reading({ { "power_factor1", -0.87 } }, onePhase);
+        QTest::newRow("EM580") << "modbus/1/14" << "EM580:SIM00000000014"
+                               << reading({ { "current3", -2.25 }, { "power", -7200.5 },
+                                      { "power_factor2", -0.98 } });
+        QTest::newRow("GM3D") << "modbus/1/15" << "EM33_DIN_AV3:15"
+                              << reading({ { "voltage1", 0.1 }, { "total_energy_exported", 0.0 } },
+                                     noQuality);
+        QTest::newRow("GM3T code 70, currents / 100")
+            << "modbus/1/16" << "EM21_72R:SIM00000000016"
+            << reading({ { "current1", 50.0 }, { "current2", 52.0 }, { "current3", 49.0 },
+                           { "total_energy_exported", 0.0 } },
+                   noQuality);
+        QTest::newRow("GM3T code 57, currents / 1000")
+            << "modbus/1/17" << "EM21_AV5:SIM00000000017" << reading(noExport, noQuality);
+        QTest::newRow("EM26") << "modbus/1/18" << "EM26_96_AV5:SIM00000000018"
+                              << reading(noExport, noQuality);
     }
 
     void readings()
     {
         QFETCH(QString, path);
+        QFETCH(QString, info);
         QFETCH(QVariantMap, expected);
+        QCOMPARE(_rig->busctl("info", "s", { path }), "s \"" + info + '"');
         const QVariantMap actual = values(path);
         QCOMPARE(actual.value("status").toString(), QStringLiteral("Connected"));
         QCOMPARE(actual.value("energymeter_status").toInt(), 0);
@@ -314,43 +275,6 @@ private slots:
         QVERIFY(near(number(_rig->busctl("totalEnergy", "s", { path })),
             expected.value("total_energy").toDouble()));
         QVERIFY(number(_rig->busctl("getErrorRate", "s", { path })) < 5.0);
-    }
-
-    void info_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("EM340") << "modbus/1/7"
-                               << "s \"EM340:EM340SERIAL007\"";
-        QTest::newRow("EM111 keeps 13 serial bytes") << "modbus/1/8"
-                                                     << "s \"EM111_AV7:EM111SERIAL00\"";
-        QTest::newRow("EM210") << "modbus/1/9"
-                               << "s \"EM210:EM210SN9\"";
-        QTest::newRow("EM540") << "modbus/1/12"
-                               << "s \"EM540:EM540SERIAL00012\"";
-        QTest::newRow("EM511") << "modbus/1/13"
-                               << "s \"EM511:EM511SERIAL013\"";
-        QTest::newRow("EM580") << "modbus/1/14"
-                               << "s \"EM580:EM580SERIAL014\"";
-        QTest::newRow("GM3D") << "modbus/1/15"
-                              << "s \"EM33_DIN_AV3:123456\"";
-        QTest::newRow("GM3T EM21 retrofit") << "modbus/1/16"
-                                            << "s \"EM21_72R:GM3TRETROFIT16\"";
-        QTest::newRow("GM3T EM21") << "modbus/1/17"
-                                   << "s \"EM21_AV5:GM3TREGULAR017\"";
-        QTest::newRow("absent meter") << "modbus/1/10"
-                                      << "s \":\"";
-        QTest::newRow("unknown path") << "modbus/1/99"
-                                      << "s \"N/A\"";
-        QTest::newRow("trafo") << "trafo/1"
-                               << "s \"N/A\"";
-    }
-
-    void info()
-    {
-        QFETCH(QString, path);
-        QFETCH(QString, expected);
-        QCOMPARE(_rig->busctl("info", "s", { path }), expected);
     }
 
     // What each model asks for, as the simulator saw it: the identification code, the static
@@ -395,6 +319,7 @@ private slots:
         QCOMPARE(absent.value("status").toString(), QStringLiteral("NotFound"));
         QCOMPARE(absent.value("energymeter_status").toInt(), -1);
         QVERIFY(std::isnan(absent.value("current1").toDouble()));
+        QCOMPARE(_rig->busctl("info", "s", { "modbus/1/10" }), QStringLiteral("s \":\""));
         // Never identified, so there is no driver whose reads could be counted.
         QCOMPARE(_rig->busctl("getErrorRate", "s", { "modbus/1/10" }), QStringLiteral("d nan"));
         QVERIFY(_rig->daemonLog().contains("<3>[modbus.meter] useContext No meter detected: 10"));
@@ -411,17 +336,14 @@ private slots:
         QCOMPARE(values("modbus/1/11").value("status").toString(), QStringLiteral("NotFound"));
     }
 
-    void registerRoundTrip()
+    void registerAccess()
     {
         QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "7", "4356", "1234" }),
             QStringLiteral("b true"));
         QCOMPARE(
             _rig->busctl("readModbusRegister", "qq", { "7", "4356" }), QStringLiteral("q 1234"));
         QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "8", "11" }), QStringLiteral("q 101"));
-    }
-
-    void registerCallsToAbsentSlaves()
-    {
+        // A dead slave, and addresses libmodbus refuses, answer as failures.
         QCOMPARE(_rig->busctl("readModbusRegister", "qq", { "10", "11" }), QStringLiteral("q 0"));
         QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "10", "1", "1" }),
             QStringLiteral("b false"));
@@ -444,7 +366,7 @@ private slots:
         int answeredMeanwhile = 0;
         while (!access.isFinished()) {
             QVERIFY(
-                near(QDBusReply<double>(service.call("current", "modbus/1/7", 1)).value(), 5.2));
+                near(QDBusReply<double>(service.call("current", "modbus/1/7", 1)).value(), 5.0));
             answeredMeanwhile += access.isFinished() ? 0 : 1;
         }
         QCOMPARE(QDBusReply<quint16>(access).value(), quint16(210));
@@ -471,7 +393,7 @@ private slots:
         const auto read = [&](quint16 slave, quint16 address) {
             return service.asyncCall("readModbusRegister", word(slave), word(address));
         };
-        const QList<std::pair<QString, double>> readings { { "modbus/1/7", 5.2 },
+        const QList<std::pair<QString, double>> readings { { "modbus/1/7", 5.0 },
             { "modbus/1/8", 9.876 }, { "modbus/1/9", 1.5 } };
         // Only the answering meters are polled, so that the reader takes turns often.
         for (const char *path : { "modbus/1/10", "modbus/1/11" })
@@ -509,20 +431,18 @@ private slots:
             "com.ovra.slavecontroller.MeasurementManager", bus);
         QVERIFY(service.isValid());
 
-        QStringList paths { "", "/", "//", "modbus", "modbus/", "modbus//", "modbus/1/",
-            "modbus/1/0", "modbus/1/256", "modbus/1/-1", "modbus/1/99999999999999999999",
-            "modbus/3/7", "modbus/-1/7", "modbus/1/7/", "modbus/1/7/8", "modbus/::1",
-            "modbus/999.1.1.1", "trafo", "trafo/x", "pulse/1/2", "NULL:N/A", QString(4096, 'm'),
-            QString::fromUtf8("modbus/1/\xe2\x82\xac"), "modbus/1/7\n", "modbus\0/1/7" };
+        QStringList paths { "", "//", "modbus/1/", "modbus/1/0", "modbus/1/256",
+            "modbus/1/99999999999999999999", "modbus/-1/7", "modbus/1/7/8", "modbus/::1",
+            "modbus/999.1.1.1", "trafo/x", "pulse/1/2", QString(4096, 'm'),
+            QString::fromUtf8("modbus/1/\xe2\x82\xac"), "modbus/1/7\n" };
         QRandomGenerator random(20261121);
         const QString alphabet = QStringLiteral("modbus/0123456789.:-trafopulse ");
-        while (paths.size() < 300) {
+        while (paths.size() < 100) {
             QString path;
             for (int i = int(random.bounded(24)); i > 0; --i)
                 path += alphabet.at(int(random.bounded(alphabet.size())));
             paths << path;
         }
-
         for (const QString &path : std::as_const(paths)) {
             for (const char *method :
                 { "totalEnergy", "power", "getErrorRate", "info", "meterExists", "metervalues" }) {
@@ -545,9 +465,11 @@ private slots:
             std::isnan(QDBusReply<double>(service.call("getErrorRate", "modbus/1/99")).value()));
         QVERIFY(
             QDBusReply<QVariantMap>(service.call("metervalues", "modbus/1/99")).value().isEmpty());
+        for (const char *path : { "modbus/1/99", "trafo/1" })
+            QCOMPARE(QDBusReply<QString>(service.call("info", path)).value(), QStringLiteral("N/A"));
 
         // Still serving the right values.
-        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.1));
+        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.0));
         QVERIFY(_rig->daemonLog().contains(
             "<3>[measurement.manager] current Incorrect path: \"modbus/1/99\""));
     }
@@ -561,8 +483,10 @@ private slots:
         QTest::qWait(1500);
         QVERIFY(_rig->simulator("set 9 voltage1 240.0"));
         QTest::qWait(2500);
-        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 232.0));
+        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 230.0));
         QCOMPARE(_rig->busctl("setDisabled", "sb", { "modbus/1/9", "false" }), QString());
+        QVERIFY(_rig->daemonLog().contains(
+            "setDisabled enabling modbus communication for meter at address 9"));
         QTRY_VERIFY_WITH_TIMEOUT(
             near(number(_rig->busctl("voltage", "si", { "modbus/1/9", "1" })), 240.0), 10000);
     }
@@ -599,7 +523,7 @@ private slots:
         const double before = values("modbus/1/7").value("last_update").toDouble();
         QTRY_VERIFY_WITH_TIMEOUT(
             values("modbus/1/7").value("last_update").toDouble() >= before + 2, 10000);
-        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.1));
+        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.0));
 
         QVERIFY(_rig->simulator("back " + pacAddress));
         QTRY_VERIFY_WITH_TIMEOUT(

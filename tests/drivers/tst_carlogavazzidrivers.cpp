@@ -26,7 +26,6 @@ namespace {
 constexpr int slaveAddress = 7;
 constexpr int writtenRegister = 4356;
 constexpr quint16 untouched = 0xABCD;
-constexpr float nanF = std::numeric_limits<float>::quiet_NaN();
 
 template <typename Driver>
 std::unique_ptr<ModbusRegisterReader> make(ModbusReaderParent *meter, quint8 address)
@@ -100,23 +99,6 @@ RegisterMap staticRegisters(const QString &model)
             { 0x5000, textWords("GM3T0000000007") } };
     return { { 770, { 1, 2 } }, { 11, { 341 } }, { 50, { 0 } },
         { 0x5000, textWords("BX2019000123YZ") } };
-}
-
-// Quantities as text, so that NaN equals NaN and energies compare exactly: currents, voltages,
-// power factors, frequency, power, energy, exported energy.
-QStringList texts(std::initializer_list<double> values)
-{
-    QStringList texts;
-    for (double value : values)
-        texts << QString::number(value, 'g', 17);
-    return texts;
-}
-
-QStringList texts(const MeterReading &r)
-{
-    return texts({ r.current[0], r.current[1], r.current[2], r.voltage[0], r.voltage[1],
-        r.voltage[2], r.powerFactor[0], r.powerFactor[1], r.powerFactor[2], r.frequency, r.power,
-        r.energy, r.energyExported });
 }
 
 } // namespace
@@ -239,59 +221,6 @@ private slots:
             published);
         QVERIFY2(log.count(logged) == 1, qPrintable(logged));
         QCOMPARE(_slave->registerValue(writtenRegister), writes ? quint16(0) : before);
-    }
-
-    void readValues_data()
-    {
-        QTest::addColumn<QString>("model");
-        QTest::addColumn<RegisterMap>("registers");
-        QTest::addColumn<QStringList>("expected");
-
-        QTest::newRow("EM111 single phase, reverse power")
-            << "EM111"
-            << RegisterMap { { 0, int32s({ 2301, 5234, -12045 }) }, { 20, int32s({ 1234567 }) } }
-            << texts({ 5.234f, nanF, nanF, 230.1f, nanF, nanF, nanF, nanF, nanF, nanF, -1204.5f,
-                   123456.7, 0.0 });
-
-        // The EM26 keeps its imported energy at 62, the others at 52.
-        const RegisterMap threePhase { { 0, int32s({ 2301, 2312, 2295 }) },
-            { 12, int32s({ 10000, 9876, 12345 }) }, { 40, int32s({ -68950 }) },
-            { 52, int32s({ 98765 }) }, { 62, int32s({ 11111 }) } };
-        const auto threePhaseReading = [](double energy) {
-            return texts({ 10.0f, 9.876f, 12.345f, 230.1f, 231.2f, 229.5f, nanF, nanF, nanF, nanF,
-                -6895.0f, energy, 0.0 });
-        };
-        QTest::newRow("EM210") << "EM210" << threePhase << threePhaseReading(9876.5);
-        QTest::newRow("EM24") << "EM24" << threePhase << threePhaseReading(9876.5);
-        QTest::newRow("EM26") << "EM26" << threePhase << threePhaseReading(1111.1);
-
-        // Power at 40, power factors as INT16 at 46, frequency at 51, energies at 52 and 78.
-        const Words em340Block = int32s({ -68950, 0, 0 })
-            + Words { 987, quint16(-987), 1000, 0, 0, 499 } + int32s({ 123456789 }) + Words(24, 0)
-            + int32s({ 4567 });
-        // 12345678.9 kWh has no exact float: the narrowing shows in the result.
-        QTest::newRow("EM340 all quantities, energies narrowed")
-            << "EM340"
-            << RegisterMap { { 0, int32s({ 2301, 2312, 2295, 0, 0, 0, 10000, 9876, 12345 }) },
-                   { 40, em340Block } }
-            << texts({ 10.0f, 9.876f, 12.345f, 230.1f, 231.2f, 229.5f, 0.987f, -0.987f, 1.0f, 49.9f,
-                   -6895.0f, double(float(12345678.9)), double(float(456.7)) });
-    }
-
-    void readValues()
-    {
-        QFETCH(QString, model);
-        QFETCH(RegisterMap, registers);
-        QFETCH(QStringList, expected);
-        loadRegisters(registers);
-        FakeReaderParent meter;
-        const auto driver = makeDriver.value(model)(&meter, slaveAddress);
-
-        QVERIFY(driver->readValues(_context));
-
-        QCOMPARE(meter.readings().size(), 1);
-        QCOMPARE(texts(meter.readings().constFirst()), expected);
-        QVERIFY(meter.errorReasons().isEmpty());
     }
 
     void failedRequest_data()

@@ -83,14 +83,6 @@ private slots:
         _pty.reset();
     }
 
-    void opensThePort()
-    {
-        LogCapture log;
-        ModbusContextQueue queue(Channel::External, _pty->first(), *_configuration);
-        QVERIFY(queue.hasContext());
-        QVERIFY(log.contains("modbus", QtDebugMsg, "_createContext Baud rate:  19200"));
-    }
-
     void missingPortIsReportedOnce()
     {
         LogCapture log;
@@ -138,6 +130,8 @@ private slots:
         FakeUnit &disabled = makeUnit(3);
         disabled.disabled = true;
         startQueue({ &first, &disabled, &second }, _pty->first());
+        QVERIFY(_queue->hasContext());
+        QVERIFY(log.contains("modbus", QtDebugMsg, "_createContext Baud rate:  19200"));
         QTRY_VERIFY(first.uses >= 20 && second.uses >= 20);
         QVERIFY(qAbs(first.uses - second.uses) <= 1);
         QCOMPARE(disabled.uses.load(), 0);
@@ -192,25 +186,6 @@ private slots:
         QTRY_VERIFY(log.contains("modbus", QtDebugMsg, "process 0"));
         QTRY_VERIFY(!_queue->isBusy());
         QCOMPARE(log.count("changed context state"), 0);
-    }
-
-    void stateNames_data()
-    {
-        QTest::addColumn<int>("state");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("0") << 0 << "unknown";
-        QTest::newRow("1") << 1 << "running";
-        QTest::newRow("2") << 2 << "stale";
-        QTest::newRow("3") << 3 << "faulty";
-        QTest::newRow("other") << 17 << "unknown";
-        QTest::newRow("negative") << -1 << "unknown";
-    }
-
-    void stateNames()
-    {
-        QFETCH(int, state);
-        QFETCH(QString, text);
-        QCOMPARE(ModbusContextQueue::stateToString(state), text);
     }
 };
 

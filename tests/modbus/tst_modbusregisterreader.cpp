@@ -41,68 +41,49 @@ class TestModbusRegisterReader : public QObject
     Q_OBJECT
 
 private slots:
-    void retries_data()
+    // Each poll makes up to three attempts and counts one error when all fail; the static read
+    // is tried at every poll until it succeeds.
+    void readCycle_data()
     {
         QTest::addColumn<QList<bool>>("script");
+        QTest::addColumn<int>("polls");
         QTest::addColumn<int>("requests");
         QTest::addColumn<int>("errors");
         QTest::addColumn<int>("successes");
-        QTest::newRow("first attempt") << QList<bool> { true } << 1 << 0 << 1;
-        QTest::newRow("third attempt") << QList<bool> { false, false, true } << 3 << 0 << 1;
-        QTest::newRow("all three fail") << QList<bool> { false, false, false } << 3 << 1 << 0;
+        QTest::newRow("first attempt") << QList<bool> { true } << 1 << 1 << 0 << 1;
+        QTest::newRow("third attempt") << QList<bool> { false, false, true } << 1 << 3 << 0 << 1;
         QTest::newRow("no fourth attempt")
-            << QList<bool> { false, false, false, true } << 3 << 1 << 0;
+            << QList<bool> { false, false, false, true } << 1 << 3 << 1 << 0;
+        QTest::newRow("then the next poll")
+            << QList<bool> { false, false, false, true } << 2 << 4 << 1 << 1;
+        QTest::newRow("ten failed polls, two good")
+            << QList<bool>(30, false) + QList<bool> { true, true } << 12 << 32 << 10 << 2;
     }
 
-    void retries()
+    void readCycle()
     {
         QFETCH(QList<bool>, script);
+        QFETCH(int, polls);
         QFETCH(int, requests);
         QFETCH(int, errors);
         QFETCH(int, successes);
         FakeReaderParent parent;
         ScriptedReader reader(&parent, 3);
+        QVERIFY(std::isnan(reader.getErrorRate()));
+        reader.staticSucceeds = false;
         reader.script = script;
-        reader.read(nullptr);
+        for (int poll = 0; poll < polls; ++poll) {
+            reader.staticSucceeds = poll == 1;
+            reader.read(nullptr);
+        }
         QCOMPARE(int(reader.requests()), requests);
         QCOMPARE(int(reader.errors()), errors);
+        QCOMPARE(reader.getErrorRate(), 100.0 * errors / requests);
         QCOMPARE(parent.successCount(), successes);
-        QCOMPARE(parent.errorReasons().size(), errors);
-        if (errors)
-            QCOMPARE(
-                parent.errorReasons().first(), QString::fromLatin1(modbus_strerror(ETIMEDOUT)));
-    }
-
-    void errorRate()
-    {
-        FakeReaderParent parent;
-        ScriptedReader reader(&parent, 3);
-        QVERIFY(std::isnan(reader.getErrorRate()));
-        for (int poll = 0; poll < 10; ++poll)
-            reader.read(nullptr);
-        QCOMPARE(reader.getErrorRate(), 100.0 / 3.0);
-        reader.script = { true, true };
-        reader.read(nullptr);
-        reader.read(nullptr);
-        QCOMPARE(reader.getErrorRate(), 1000.0 / 32.0);
-    }
-
-    void staticReadRetriedUntilItSucceeds()
-    {
-        FakeReaderParent parent;
-        ScriptedReader reader(&parent, 3);
-        reader.staticSucceeds = false;
-        reader.script = { true, true, true };
-        reader.read(nullptr);
-        reader.read(nullptr);
-        QCOMPARE(reader.staticReads, 2);
-        QVERIFY(!reader.staticReadDone());
-        reader.staticSucceeds = true;
-        reader.read(nullptr);
-        reader.read(nullptr);
-        QCOMPARE(reader.staticReads, 3);
-        QVERIFY(reader.staticReadDone());
-        QCOMPARE(parent.successCount(), 3);
+        QCOMPARE(parent.errorReasons(),
+            QStringList(errors, QString::fromLatin1(modbus_strerror(ETIMEDOUT))));
+        QCOMPARE(reader.staticReads, qMin(polls, 2));
+        QCOMPARE(reader.staticReadDone(), polls >= 2);
     }
 
     void rescaleNearOverflow_data()

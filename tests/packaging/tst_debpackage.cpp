@@ -1,7 +1,6 @@
 #include "installtree.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -19,27 +18,15 @@ const QString unitPath = QStringLiteral("/lib/systemd/system/meterd.service");
 const QString enabledLink
     = QStringLiteral("/etc/systemd/system/multi-user.target.wants/meterd.service");
 
-// Copies what belongs to the source tree: with git, the files it tracks or would track;
-// without, everything but build directories and the repository itself.
+// Copies the files git tracks or would track: what belongs to the source tree.
 bool copySourceTree(const QString &source, const QString &target, QString *log)
 {
     const ToolResult listed = runTool(QStringLiteral("git"),
         { QStringLiteral("-c"), QStringLiteral("safe.directory=") + source, QStringLiteral("-C"),
             source, QStringLiteral("ls-files"), QStringLiteral("--cached"),
             QStringLiteral("--others"), QStringLiteral("--exclude-standard") });
-    QStringList files;
-    if (listed.exitCode == 0) {
-        files = listed.output.split('\n', Qt::SkipEmptyParts);
-    } else {
-        QDirIterator it(source, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-        while (it.hasNext()) {
-            const QString relative = QDir(source).relativeFilePath(it.next());
-            if (!relative.startsWith(QLatin1String("build"))
-                && !relative.startsWith(QLatin1String(".git/")))
-                files << relative;
-        }
-    }
-    for (const QString &file : std::as_const(files)) {
+    const QStringList files = listed.output.split('\n', Qt::SkipEmptyParts);
+    for (const QString &file : files) {
         const QString from = source + '/' + file;
         const QString to = target + '/' + file;
         // A file deleted from the working tree but still tracked is not part of it.
@@ -49,8 +36,8 @@ bool copySourceTree(const QString &source, const QString &target, QString *log)
             return false;
         }
     }
-    *log = QStringLiteral("%1 files").arg(files.size());
-    return !files.isEmpty();
+    *log = listed.output;
+    return listed.exitCode == 0 && !files.isEmpty();
 }
 
 // The package's paths and their modes, from dpkg-deb -c lines: mode, owner, size, date, time,

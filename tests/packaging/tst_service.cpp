@@ -1,12 +1,9 @@
-#include "daemonenvironment.h"
 #include "installtree.h"
+#include "meterdrig.h"
 #include "modbusmanager.h"
-#include "notifysocket.h"
+#include "privatebus.h"
 #include "productiontestdaemon.h"
 #include "ptypair.h"
-#include "registerslave.h"
-#include "systembus.h"
-#include "testfiles.h"
 
 #include <QFile>
 #include <QProcess>
@@ -14,29 +11,19 @@
 #include <QTest>
 
 #include <memory>
-#include <variant>
 
+#include <pwd.h>
 #include <unistd.h>
 
 // The daemon as installed: its systemd unit, checked offline by systemd, and its system bus
-// policy, loaded by a bus configured like Debian's system bus, with the real meterd on it and
+// policy, loaded by buses configured like Debian's system bus, with the real meterd on them and
 // callers running as root and as nobody.
 namespace {
 
 const QString serviceName = QStringLiteral("com.ovra.slavecontroller");
-const QString measurementInterface = QStringLiteral("com.ovra.slavecontroller.MeasurementManager.");
 
 // meterd sends WATCHDOG=1 on a fixed 45 s timer, whatever the unit says.
 constexpr qint64 keepAliveMicroseconds = 45 * 1000 * 1000;
-// The Modbus slave on the External line, and the register the write tests use.
-constexpr int slaveAddress = 5;
-constexpr int writtenRegister = 100;
-
-QString readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
 
 // A time span in the unit's syntax, in microseconds, as systemd parses it; -1 when it does not.
 qint64 timespan(const QString &value)
@@ -48,45 +35,31 @@ qint64 timespan(const QString &value)
     return result.exitCode == 0 && match.hasMatch() ? match.captured(1).toLongLong() : -1;
 }
 
-// The real meterd on the test's bus in normal mode, reading one meter over a pty line on which
-// a Modbus slave answers at another address.
-class MeasurementDaemon
+// Calls a method as `user` with dbus-send (that user's primary group, no supplementary groups)
+// and checks the outcome: refused by the bus, or answered with a reply containing `expected`.
+// Arguments as dbus-send takes them, e.g. "string:modbus/1/7".
+void checkCallAs(const QString &user, const QString &address, const QString &path,
+    const QString &member, const QStringList &arguments, bool denied, const QString &expected)
 {
-public:
-    explicit MeasurementDaemon(const QString &busAddress)
-        : _slave(_line.second(), slaveAddress)
-    {
-        _files.write("platform.ini", "[outlet]\nsize=0\n");
-        _files.write("chargemanager.ini", "localcontroller=1\n");
-        _files.write("corvix.ini", "[grid]\nmeter=modbus/1/7\n");
-        _files.write("platform.conf", "serialno=PKG\n");
-        QProcessEnvironment environment = daemonEnvironment(_files, busAddress, _notify.path());
-        environment.insert("CM_MODBUS_EXT_DEVICE", _line.first());
-        _process.setProcessEnvironment(environment);
-        _process.setStandardErrorFile(_files.path("meterd.log"));
-        _process.start(QStringLiteral(METERD_BINARY), {});
-        // The first message is READY=1, or the STATUS of a failed start-up.
-        _ready = _slave.isReady() && _notify.receive(15000).startsWith("READY=1");
-    }
-
-    ~MeasurementDaemon()
-    {
-        _process.terminate();
-        _process.waitForFinished();
-    }
-
-    bool isReady() const { return _ready; }
-    quint16 writtenValue() const { return _slave.registerValue(writtenRegister); }
-    QString log() const { return readFile(_files.path("meterd.log")); }
-
-private:
-    TestFiles _files;
-    PtyPair _line;
-    RegisterSlave _slave;
-    NotifySocket _notify;
-    QProcess _process;
-    bool _ready = false;
-};
+    const passwd *account = getpwnam(user.toLocal8Bit().constData());
+    QVERIFY(account);
+    const QString destination
+        = path.startsWith("/org/freedesktop") ? "org.freedesktop.DBus" : serviceName;
+    QProcess process;
+    process.start(QStringLiteral("setpriv"),
+        QStringList { QStringLiteral("--reuid=%1").arg(account->pw_uid),
+            QStringLiteral("--regid=%1").arg(account->pw_gid), QStringLiteral("--clear-groups"),
+            QStringLiteral("dbus-send"), "--bus=" + address, QStringLiteral("--print-reply"),
+            QStringLiteral("--reply-timeout=20000"), "--dest=" + destination, path, member }
+            + arguments);
+    QVERIFY(process.waitForFinished(30000));
+    const QString reply = QString::fromUtf8(process.readAllStandardOutput());
+    const QString error = QString::fromUtf8(process.readAllStandardError());
+    const bool answered = process.exitCode() == 0 && reply.contains(expected);
+    QVERIFY2(denied ? error.contains("org.freedesktop.DBus.Error.AccessDenied") : answered,
+        qPrintable(QStringLiteral("exit %1, reply: %2, error: %3")
+                       .arg(QString::number(process.exitCode()), reply, error)));
+}
 
 } // namespace
 
@@ -96,75 +69,46 @@ class TestService : public QObject
 
     InstallTree _tree;
     QString _unit;
-    std::unique_ptr<SystemBus> _bus;
+    QString _policies;
+    std::unique_ptr<MeterdRig> _rig;
+    std::unique_ptr<PrivateBus> _ptsBus;
     PtyPair _ptsLine; // the production test's two ports, wired to each other
-    // At most one daemon runs, as both take the service's name.
-    std::variant<std::monostate, MeasurementDaemon, ProductionTestDaemon> _daemon;
-
-    // Starts a daemon once: one that did not get ready is not tried again for every row.
-    template <typename Daemon, typename... Arguments> bool running(const Arguments &...arguments)
-    {
-        if (!std::holds_alternative<Daemon>(_daemon)) {
-            _daemon.emplace<Daemon>(arguments...);
-            if (!std::get<Daemon>(_daemon).isReady())
-                qWarning().noquote() << std::get<Daemon>(_daemon).log();
-        }
-        return std::get<Daemon>(_daemon).isReady();
-    }
-
-    // Refused by the bus, or answered by the daemon with a reply that contains `replyContains`.
-    static void checkOutcome(const BusCallResult &result, bool denied, const QString &replyContains)
-    {
-        const bool answered = result.exitCode == 0 && result.reply.contains(replyContains);
-        QVERIFY2(denied ? result.accessDenied() : answered,
-            qPrintable(QStringLiteral("exit %1, reply: %2, error: %3")
-                           .arg(QString::number(result.exitCode), result.reply, result.error)));
-    }
+    std::unique_ptr<ProductionTestDaemon> _ptsDaemon;
 
 private slots:
     void initTestCase()
     {
         QString log;
         QVERIFY2(_tree.install(QStringLiteral(METERD_BUILD_DIR), &log), qPrintable(log));
-        _unit = readFile(_tree.path(QStringLiteral(METERD_INSTALLED_UNIT)));
-        QVERIFY2(!_unit.isEmpty(), METERD_INSTALLED_UNIT " is not installed");
-        _bus = std::make_unique<SystemBus>(_tree.path(QStringLiteral(METERD_INSTALLED_POLICYDIR)));
-        QVERIFY2(_bus->isReady(), qPrintable(_bus->startupLog()));
+        QFile unit(_tree.path(QStringLiteral(METERD_INSTALLED_UNIT)));
+        QVERIFY2(unit.open(QIODevice::ReadOnly), METERD_INSTALLED_UNIT " is not installed");
+        _unit = QString::fromUtf8(unit.readAll());
+        _policies = _tree.path(QStringLiteral(METERD_INSTALLED_POLICYDIR));
+        _ptsBus = std::make_unique<PrivateBus>(_policies);
+        QVERIFY2(_ptsBus->isReady(), qPrintable(_ptsBus->startupLog()));
     }
 
     // systemd accepts the installed unit without a remark, with ExecStart naming the installed
     // binary; the same check does report a binary that is not there.
-    void unitVerifies_data()
-    {
-        QTest::addColumn<QString>("binaryName");
-        QTest::addColumn<bool>("clean");
-        QTest::newRow("as installed") << "/meterd\n" << true;
-        QTest::newRow("binary not installed") << "/meterd.missing\n" << false;
-    }
-
     void unitVerifies()
     {
-        QFETCH(QString, binaryName);
-        QFETCH(bool, clean);
-        const QString unit = QString(_unit).replace(QStringLiteral("/meterd\n"), binaryName);
-        const ToolResult result = verifyUnit(QStringLiteral("meterd.service"), unit, _tree.root());
-        const bool passed = result.exitCode == 0 && result.output.trimmed().isEmpty();
-        QVERIFY2(passed == clean, qPrintable(result.output));
+        const ToolResult installed = verifyUnit("meterd.service", _unit, _tree.root());
+        QVERIFY2(installed.exitCode == 0 && installed.output.trimmed().isEmpty(),
+            qPrintable(installed.output));
+        const ToolResult missing = verifyUnit("meterd.service",
+            QString(_unit).replace("/meterd\n", "/meterd.missing\n"), _tree.root());
+        QVERIFY(missing.exitCode != 0 || !missing.output.trimmed().isEmpty());
     }
 
-    // systemd takes the daemon's keep-alives and does not kill a daemon that sends them on time.
-    void keepAliveAccepted()
+    // systemd takes the daemon's keep-alives and does not kill a daemon that sends them on time;
+    // the device cgroup lets meterd open its RS-485 channels at the paths it uses by default.
+    void keepAliveAndDevices()
     {
         QCOMPARE(unitValues(_unit, QStringLiteral("Type")), QStringList { "notify" });
         const QStringList watchdog = unitValues(_unit, QStringLiteral("WatchdogSec"));
         QCOMPARE(watchdog.size(), 1);
         QVERIFY2(timespan(watchdog.constFirst()) > keepAliveMicroseconds,
             qPrintable(watchdog.constFirst()));
-    }
-
-    // The device cgroup lets meterd open its RS-485 channels at the paths it uses by default.
-    void channelDevicesAllowed()
-    {
         qunsetenv("CM_MODBUS_EXT_DEVICE");
         qunsetenv("CM_MODBUS_OCU_DEVICE");
         const QStringList allowed = unitValues(_unit, QStringLiteral("DeviceAllow"));
@@ -174,103 +118,73 @@ private slots:
     }
 
     // Only root may own the service's name. Checked while the name is free, so that a call that
-    // is let through does get it.
-    void nameOwnership_data()
-    {
-        QTest::addColumn<QString>("user");
-        QTest::addColumn<bool>("granted");
-        QTest::newRow("root") << "root" << true;
-        QTest::newRow("nobody") << "nobody" << false;
-    }
-
+    // is let through does get it (reply 1: the caller became the primary owner).
     void nameOwnership()
     {
         if (geteuid() != 0)
             QSKIP("Calling as root and as nobody (setpriv) needs root");
-        QFETCH(QString, user);
-        QFETCH(bool, granted);
-        _daemon.emplace<std::monostate>();
-        const BusCallResult result = callAs(user, _bus->address(),
-            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-            QStringLiteral("org.freedesktop.DBus.RequestName"),
-            { QStringLiteral("string:") + serviceName, QStringLiteral("uint32:0") });
-        // 1: the caller became the primary owner.
-        checkOutcome(result, !granted, QStringLiteral("uint32 1"));
-    }
-
-    // A register write reaches the slave on the line for root only.
-    void registerWrite_data()
-    {
-        QTest::addColumn<QString>("user");
-        QTest::addColumn<int>("value");
-        QTest::addColumn<bool>("written");
-        QTest::newRow("nobody") << "nobody" << 1111 << false;
-        QTest::newRow("root") << "root" << 2222 << true;
-    }
-
-    void registerWrite()
-    {
-        if (geteuid() != 0)
-            QSKIP("Calling as root and as nobody (setpriv) needs root");
-        QFETCH(QString, user);
-        QFETCH(int, value);
-        QFETCH(bool, written);
-        QVERIFY(running<MeasurementDaemon>(_bus->address()));
-        const BusCallResult result = callAs(user, _bus->address(), serviceName,
-            QStringLiteral("/MeasurementManager"), measurementInterface + "setModbusRegister",
-            { QStringLiteral("uint16:%1").arg(slaveAddress),
-                QStringLiteral("uint16:%1").arg(writtenRegister),
-                QStringLiteral("uint16:%1").arg(value) });
-        checkOutcome(result, !written, QStringLiteral("boolean true"));
-        QCOMPARE(std::get<MeasurementDaemon>(_daemon).writtenValue() == value, written);
+        for (const char *user : { "nobody", "root" })
+            checkCallAs(user, _ptsBus->address(), "/org/freedesktop/DBus",
+                "org.freedesktop.DBus.RequestName", { "string:" + serviceName, "uint32:0" },
+                user == QLatin1String("nobody"), "uint32 1");
     }
 
     // Everybody may read meters; only root may change anything or drive the RS-485 ports in the
-    // production test.
+    // production test. A write that is let through reaches the meter on the line.
     void calls_data()
     {
-        QTest::addColumn<bool>("productionTest");
         QTest::addColumn<QString>("user");
         QTest::addColumn<QString>("member");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<bool>("denied");
-        QTest::addColumn<QString>("replyContains");
-        const QString meter = QStringLiteral("string:modbus/1/7");
-        const QStringList disable { meter, QStringLiteral("boolean:true") };
-        const QString m = measurementInterface;
-        const QString testRS485 = QStringLiteral("com.ovra.outletmanager.pts.TestRS485");
-        QTest::newRow("nobody meterList")
-            << false << "nobody" << m + "meterList" << QStringList {} << false << "\"modbus/1/7\"";
-        QTest::newRow("nobody metervalues") << false << "nobody" << m + "metervalues"
-                                            << QStringList { meter } << false << "array [";
-        QTest::newRow("nobody setDisabled")
-            << false << "nobody" << m + "setDisabled" << disable << true << "";
+        QTest::addColumn<QString>("reply");
+        const QStringList meter { "string:modbus/1/7" };
+        const QStringList disable = meter + QStringList { "boolean:true" };
+        const QStringList write { "uint16:7", "uint16:4356", "uint16:2222" };
+        const auto row = [](const char *user, const QString &member, const QStringList &arguments,
+                             bool denied, const QString &reply = {}) {
+            QTest::addRow("%s %s", user, qPrintable(member))
+                << QString(user) << member << arguments << denied << reply;
+        };
+        const QString m = QStringLiteral("com.ovra.slavecontroller.MeasurementManager.");
+        row("nobody", m + "meterList", {}, false, "\"modbus/1/7\"");
+        row("nobody", m + "metervalues", meter, false, "array [");
+        row("nobody", m + "setDisabled", disable, true);
         // The daemon's methods under another interface name must not slip past the policy.
-        QTest::newRow("nobody setDisabled, other interface")
-            << false << "nobody"
-            << "local.MeasurementManager.setDisabled" << disable << true << "";
-        QTest::newRow("nobody TestRS485")
-            << true << "nobody" << testRS485 << QStringList {} << true << "";
-        QTest::newRow("root TestRS485")
-            << true << "root" << testRS485 << QStringList {} << false << "boolean true";
+        row("nobody", "local.MeasurementManager.setDisabled", disable, true);
+        row("nobody", m + "setModbusRegister", write, true);
+        row("root", m + "setModbusRegister", write, false, "boolean true");
+        row("root", m + "readModbusRegister", { "uint16:7", "uint16:4356" }, false, "uint16 2222");
+        row("nobody", "com.ovra.outletmanager.pts.TestRS485", {}, true);
+        row("root", "com.ovra.outletmanager.pts.TestRS485", {}, false, "boolean true");
     }
 
     void calls()
     {
         if (geteuid() != 0)
             QSKIP("Calling as root and as nobody (setpriv) needs root");
-        QFETCH(bool, productionTest);
         QFETCH(QString, user);
         QFETCH(QString, member);
         QFETCH(QStringList, arguments);
         QFETCH(bool, denied);
-        QFETCH(QString, replyContains);
-        QVERIFY(productionTest ? running<ProductionTestDaemon>(
-                    _bus->address(), _ptsLine.first(), _ptsLine.second())
-                               : running<MeasurementDaemon>(_bus->address()));
-        const QString path = productionTest ? "/pts" : "/MeasurementManager";
-        checkOutcome(callAs(user, _bus->address(), serviceName, path, member, arguments), denied,
-            replyContains);
+        QFETCH(QString, reply);
+        QString address = _ptsBus->address();
+        QString path = QStringLiteral("/pts");
+        if (!member.contains(".pts.")) {
+            if (!_rig) {
+                _rig = std::make_unique<MeterdRig>(
+                    "[7]\nmodel=EM340\n", "[a]\nmeter=modbus/1/7\n", QStringList(), _policies);
+                QVERIFY2(_rig->start(), qPrintable(_rig->daemonLog()));
+            }
+            address = _rig->busAddress();
+            path = QStringLiteral("/MeasurementManager");
+        } else if (!_ptsDaemon) {
+            _rig.reset();
+            _ptsDaemon = std::make_unique<ProductionTestDaemon>(
+                address, _ptsLine.first(), _ptsLine.second());
+            QVERIFY(_ptsDaemon->isReady());
+        }
+        checkCallAs(user, address, path, member, arguments, denied, reply);
     }
 };
 
