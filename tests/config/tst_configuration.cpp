@@ -1,10 +1,16 @@
 #include "configurationmanager.h"
 #include "cxutil.h"
+#include "firmwareenvironmentutil.h"
 #include "logcapture.h"
+#include "modbuspath.h"
+#include "setting.h"
+#include "settingvalue.h"
 #include "testfiles.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
+#include <functional>
 #include <memory>
 
 namespace {
@@ -50,7 +56,10 @@ const QByteArray chargemanagerIni
 
 } // namespace
 
-class TestConfigurationManager : public QObject
+// The configuration files and what is read from them: the run mode, settings by storage class,
+// the feedback meters of the local grid, the firmware environment, the settings table and typed
+// setting values, and meter paths.
+class TestConfiguration : public QObject
 {
     Q_OBJECT
 
@@ -111,8 +120,6 @@ private slots:
         const QByteArray identity = "vendor=EnvVendor\nmodel=EnvModel\nmodelversion=3\n";
         QTest::newRow("C stored") << env << quint32(Settings::AuthCacheLifeTime) << QVariant("77");
         QTest::newRow("C default") << env << quint32(Settings::Fuse) << QVariant(16);
-        QTest::newRow("C in a group")
-            << env << quint32(Settings::Outlet1EvseId) << QVariant("NL*OVR*E1");
         QTest::newRow("P stored") << env << quint32(Settings::OutletSize) << QVariant("1");
         QTest::newRow("P default") << env << quint32(Settings::ModbusBaudrate) << QVariant(9600);
         QTest::newRow("E stored") << env << quint32(Settings::Serialno) << QVariant("S1");
@@ -123,14 +130,10 @@ private slots:
             << env << quint32(Settings::FirmwareVersion) << QVariant("4.2.0-rc1");
         QTest::newRow("V vendor from platform.ini")
             << env << quint32(Settings::ChargingStationVendor) << QVariant("PlatformVendor");
-        QTest::newRow("V model from platform.ini")
-            << env << quint32(Settings::ChargingStationModel) << QVariant("PlatformModel");
         QTest::newRow("V model version only from the environment")
             << env << quint32(Settings::ChargingStationModelVersion) << QVariant("N/A");
         QTest::newRow("V vendor from the environment")
             << identity << quint32(Settings::ChargingStationVendor) << QVariant("EnvVendor");
-        QTest::newRow("V model from the environment")
-            << identity << quint32(Settings::ChargingStationModel) << QVariant("EnvModel");
         QTest::newRow("V model version from the environment")
             << identity << quint32(Settings::ChargingStationModelVersion) << QVariant("3");
     }
@@ -298,7 +301,254 @@ private slots:
         Unit unit(platformIni, chargemanager);
         QCOMPARE(CxUtil::homeMeterRequired(*unit.manager()), required);
     }
+
+    void environmentMap_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QVariantMap>("expected");
+        QTest::newRow("later line wins, second equals cuts")
+            << QByteArray("serialno=123\nserialno=456\nmodel=X=Y\n")
+            << QVariantMap { { "serialno", "456" }, { "model", "X" } };
+        QTest::newRow("no equals ignored, nothing trimmed")
+            << QByteArray("garbage\n key = value \nvendor=\n=x\n")
+            << QVariantMap { { " key ", " value " }, { "vendor", "" }, { "", "x" } };
+        QTest::newRow("crlf, last line without newline")
+            << QByteArray("a=1\r\nb=2") << QVariantMap { { "a", "1" }, { "b", "2" } };
+    }
+
+    void environmentMap()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QVariantMap, expected);
+        TestFiles files;
+        const QString file = files.write("platform.conf", content);
+        ScopedEnvironment path("CM_PLATFORMCONFIG", file);
+        LogCapture log;
+        QVariantMap actual;
+        const QMap<QString, QString> map = FirmwareEnvironmentUtil::environmentMap();
+        for (auto it = map.cbegin(); it != map.cend(); ++it)
+            actual.insert(it.key(), it.value());
+        QCOMPARE(actual, expected);
+        QCOMPARE(log.count("default", QtInfoMsg,
+                     "static QMap<QString, QString> FirmwareEnvironmentUtil::environmentMap() \""
+                         + file + "\""),
+            1);
+    }
+
+    void unreadableFile()
+    {
+        TestFiles files;
+        // A directory exists, so no regeneration is attempted, but it cannot be read as a file.
+        ScopedEnvironment path("CM_PLATFORMCONFIG", files.path(""));
+        LogCapture log;
+        QVERIFY(FirmwareEnvironmentUtil::environmentMap().isEmpty());
+        QCOMPARE(log.count("default", QtCriticalMsg, "Failed to read platform.conf file"), 1);
+    }
+
+    void version_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("first line, trimmed") << QByteArray("  v7 \t\n4.5.6\n") << "v7";
+        QTest::newRow("first 20 bytes")
+            << QByteArray("0123456789abcdefghijKLMNOP\n") << "0123456789abcdefghij";
+        QTest::newRow("cut then trimmed")
+            << QByteArray("0123456789012345678 X\n") << "0123456789012345678";
+        QTest::newRow("empty first line") << QByteArray("\n2.0\n") << "";
+        QTest::newRow("utf-8") << QByteArray("r\xc3\xa9v 1\n") << QString::fromUtf8("r\xc3\xa9v 1");
+        QTest::newRow("missing") << QByteArray() << "N/A";
+    }
+
+    void version()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QString, expected);
+        TestFiles files;
+        ScopedEnvironment path("CM_VERSIONFILE",
+            content.isNull() ? files.path("absent") : files.write("version", content));
+        QCOMPARE(FirmwareEnvironmentUtil::firmwareVersion(), expected);
+    }
+
+    void lookups_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<quint32>("index");
+        QTest::addColumn<QString>("publicName");
+        QTest::newRow("plain key") << "outlet/size" << quint32(22) << "NumberOfConnectors";
+        QTest::newRow("ocpp added in front")
+            << "ocpp/HeartbeatInterval" << quint32(11) << "HeartbeatInterval";
+        QTest::newRow("ocpp added once more") << "ocpp/ocpp/AuthCacheLifeTime" << quint32(3)
+                                              << "AuthCacheLifeTime";
+        QTest::newRow("platform class") << "modbus/baudrate" << quint32(Settings::ModbusBaudrate)
+                                        << "platform/modbus/baudrate";
+        QTest::newRow("last row") << "modbus/debug" << quint32(188) << "platform/modbus/debug";
+        QTest::newRow("ocpp never removed") << "AuthCacheLifeTime" << quint32(190) << "";
+        QTest::newRow("case sensitive") << "Outlet/Size" << quint32(190) << "";
+        QTest::newRow("a public name is no key") << "NumberOfConnectors" << quint32(190) << "";
+    }
+
+    void lookups()
+    {
+        QFETCH(QString, key);
+        QFETCH(quint32, index);
+        QFETCH(QString, publicName);
+        const Setting setting = Setting::fromKey(key);
+        QCOMPARE(setting.index(), index);
+        QCOMPARE(setting.isValid(), !publicName.isEmpty());
+        QCOMPARE(setting.publicName(), publicName);
+        if (setting.isValid())
+            QCOMPARE(Setting::fromPublicName(publicName), setting);
+        else
+            QVERIFY(setting.key().isEmpty() && !setting.defaultValue().isValid());
+    }
+
+    void everyKeyFindsItsRow()
+    {
+        QCOMPARE(Setting::all().size(), 189);
+        for (const Setting setting : Setting::all())
+            QCOMPARE(Setting::fromKey(setting.key()), setting);
+        QVERIFY(!Setting::fromIndex(0xFFFFFFFF).isValid());
+    }
+
+    void chargeboxIdentityIsAFreshUuid()
+    {
+        const QString first = Setting(Settings::Chargeboxidentity).defaultValue().toString();
+        const QString second = Setting(Settings::Chargeboxidentity).defaultValue().toString();
+        QVERIFY2(QRegularExpression("^[0-9a-f]{8}-([0-9a-f]{4}-){3}[0-9a-f]{12}$")
+                     .match(first)
+                     .hasMatch(),
+            qPrintable(first));
+        QVERIFY(first != second);
+    }
+
+    void conversions_data()
+    {
+        QTest::addColumn<QString>("conversion");
+        QTest::addColumn<QVariant>("stored");
+        QTest::addColumn<int>("expected");
+        QTest::addColumn<QString>("message"); // the one critical line, or none when empty
+        const QString meter = "EnergyMeterType SettingValue::toEnergyMeterType() const Unknown "
+                              "energy meter type: ";
+        QTest::newRow("meter -1") << "meter" << QVariant(-1) << -1 << "";
+        QTest::newRow("meter 4 as text") << "meter" << QVariant("4") << 4 << "";
+        QTest::newRow("meter 5") << "meter" << QVariant(5) << -1 << meter + "5";
+        QTest::newRow("meter -2") << "meter" << QVariant("-2") << -1 << meter + "-2";
+        QTest::newRow("meter text") << "meter" << QVariant("abc") << 0 << meter + "\"abc\"";
+        QTest::newRow("meter invalid") << "meter" << QVariant() << 0 << meter + "\"\"";
+        const QString connector = "EvseManagerTypes::ConnectorType "
+                                  "SettingValue::toConnectorType() const Invalid connector type: ";
+        QTest::newRow("connector 0") << "connector" << QVariant(0) << 0 << "";
+        QTest::newRow("connector 3") << "connector" << QVariant("3") << 3 << "";
+        QTest::newRow("connector 4") << "connector" << QVariant(4) << 0 << connector + "4";
+        QTest::newRow("connector -1") << "connector" << QVariant(-1) << 0 << connector + "-1";
+        const QString lock
+            = "PlugLockEngine SettingValue::toLockEngineType() const Unknown lock type: ";
+        QTest::newRow("lock 1") << "lock" << QVariant(1) << 1 << "";
+        QTest::newRow("lock 3") << "lock" << QVariant("3") << 3 << "";
+        QTest::newRow("lock 4") << "lock" << QVariant(4) << 0 << lock + "4";
+        QTest::newRow("lock -1") << "lock" << QVariant(-1) << 0 << lock + "-1";
+        QTest::newRow("lock text") << "lock" << QVariant("motor") << 0 << lock + "\"motor\"";
+        const QString corvix = "CorvixType SettingValue::toCorvixType() const Invalid parameter "
+                               "for CorvixType:  ";
+        QTest::newRow("corvix 0") << "corvix" << QVariant(0) << 0 << "";
+        QTest::newRow("corvix 2") << "corvix" << QVariant("2") << 2 << "";
+        QTest::newRow("corvix 3") << "corvix" << QVariant(3) << 0 << corvix + "3";
+        QTest::newRow("corvix -5") << "corvix" << QVariant(-5) << 0 << corvix + "-5";
+        QTest::newRow("cxair any case") << "cxair" << QVariant("CxAir") << 1 << "";
+        QTest::newRow("cxair with a blank") << "cxair" << QVariant("cxair ") << 0 << "";
+    }
+
+    void conversions()
+    {
+        QFETCH(QString, conversion);
+        QFETCH(QVariant, stored);
+        QFETCH(int, expected);
+        QFETCH(QString, message);
+        const QMap<QString, std::function<int(const SettingValue &)>> convert {
+            { "meter", [](const SettingValue &v) { return v.toEnergyMeterType(); } },
+            { "connector", [](const SettingValue &v) { return int(v.toConnectorType()); } },
+            { "lock", [](const SettingValue &v) { return v.toLockEngineType(); } },
+            { "corvix", [](const SettingValue &v) { return int(v.toCorvixType()); } },
+            { "cxair", [](const SettingValue &v) { return int(v.isCxAir()); } },
+        };
+        LogCapture log;
+        QCOMPARE(convert.value(conversion)(SettingValue(stored)), expected);
+        QCOMPARE(log.lines().size(), message.isEmpty() ? 0 : 1);
+        if (!message.isEmpty())
+            QCOMPARE(log.count("default", QtCriticalMsg, message), 1);
+    }
+
+    void valid_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("channel");
+        QTest::addColumn<int>("address");
+        QTest::addColumn<QString>("printed");
+        QTest::newRow("external, lowest") << "modbus/1/1" << int(Channel::External) << 1
+                                          << "modbus/1/1";
+        QTest::newRow("internal, highest") << "modbus/2/255" << int(Channel::Internal) << 255
+                                           << "modbus/2/255";
+        QTest::newRow("leading zeros, plus sign")
+            << "modbus/01/+007" << int(Channel::External) << 7 << "modbus/1/7";
+        QTest::newRow("prefix test only")
+            << "modbusX/2/5" << int(Channel::Internal) << 5 << "modbus/2/5";
+    }
+
+    void valid()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, channel);
+        QFETCH(int, address);
+        QFETCH(QString, printed);
+        LogCapture log;
+        QVERIFY(ModbusPath::validPathString(text));
+        const ModbusPath path = ModbusPath::fromPathString(text);
+        QCOMPARE(int(path.channel), channel);
+        QCOMPARE(int(path.address), address);
+        QCOMPARE(path.toString(), printed);
+        QCOMPARE(log.lines().size(), 0);
+    }
+
+    void rejected_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("channel 3") << "modbus/3/5" << "\"3\"  is not a valid channel";
+        QTest::newRow("channel 0") << "modbus/0/5" << "\"0\"  is not a valid channel";
+        QTest::newRow("address 0") << "modbus/1/0" << "\"0\"  is not a valid address";
+        QTest::newRow("address 256") << "modbus/1/256" << "\"256\"  is not a valid address";
+        QTest::newRow("channel text") << "modbus/x/5" << "\"x\"  is not a number";
+        QTest::newRow("address text") << "modbus/1/x" << "\"x\"  is not a number";
+        QTest::newRow("address past 32 bits")
+            << "modbus/1/4294967301" << "\"4294967301\"  is not a number";
+        QTest::newRow("too few parts") << "modbus/1" << "Invalid format: \"modbus/1\"";
+        QTest::newRow("too many parts") << "modbus/1/2/3" << "Invalid format: \"modbus/1/2/3\"";
+        QTest::newRow("capital M") << "Modbus/1/5" << "Invalid format: \"Modbus/1/5\"";
+        QTest::newRow("tcp form") << "modbus/192.168.0.10"
+                                  << "Invalid format: \"modbus/192.168.0.10\"";
+    }
+
+    void rejected()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, message);
+        LogCapture log;
+        QVERIFY(!ModbusPath::validPathString(text));
+        QCOMPARE(log.count("default", QtCriticalMsg,
+                     "static bool ModbusPath::validPathString(const QString&) "),
+            1);
+        QCOMPARE(log.count(message), 1);
+
+        log.clear();
+        const ModbusPath path = ModbusPath::fromPathString(text);
+        QCOMPARE(path, (ModbusPath { Channel::Invalid, 0 }));
+        QVERIFY(path.toString().isEmpty());
+        QCOMPARE(log.count("default", QtCriticalMsg,
+                     "static ModbusPath ModbusPath::fromPathString(const QString&) Invalid path "
+                     "used! Expect trouble"),
+            1);
+    }
 };
 
-QTEST_GUILESS_MAIN(TestConfigurationManager)
-#include "tst_configurationmanager.moc"
+QTEST_GUILESS_MAIN(TestConfiguration)
+#include "tst_configuration.moc"
