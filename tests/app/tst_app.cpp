@@ -1,6 +1,5 @@
 #include "clock.h"
 #include "configurationmanager.h"
-#include "daemonenvironment.h"
 #include "logcapture.h"
 #include "messagepattern.h"
 #include "metermanager.h"
@@ -241,13 +240,13 @@ private slots:
     {
         NotifySocket notify;
         QProcess first;
-        first.setProcessEnvironment(daemonEnvironment(_daemonFiles, _daemonBus.address(), notify.path()));
+        first.setProcessEnvironment(_daemonFiles.daemonEnvironment(_daemonBus.address(), notify.path()));
         first.start(METERD_BINARY, { "--platform=/nonexistent/platform.ini", "--bogus", "-x" });
         QVERIFY(notify.receive(10000).startsWith("READY=1\n"));
 
         NotifySocket secondNotify;
         QProcess second;
-        second.setProcessEnvironment(daemonEnvironment(_daemonFiles, _daemonBus.address(), secondNotify.path()));
+        second.setProcessEnvironment(_daemonFiles.daemonEnvironment(_daemonBus.address(), secondNotify.path()));
         second.start(METERD_BINARY);
         QVERIFY(second.waitForFinished(10000));
         QCOMPARE(second.exitStatus(), QProcess::NormalExit);

@@ -1,6 +1,5 @@
 #include "meterdrig.h"
 
-#include "daemonenvironment.h"
 
 #include <QFile>
 
@@ -33,7 +32,7 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
     if (!_simulator.start(device, _networkMeters))
         return false;
 
-    QProcessEnvironment environment = daemonEnvironment(_files, _bus.address(), _notify.path());
+    QProcessEnvironment environment = _files.daemonEnvironment(_bus.address(), _notify.path());
     environment.insert("CM_MODBUS_EXT_DEVICE", device);
     for (const QString &setting : extraEnvironment)
         environment.insert(setting.section('=', 0, 0), setting.section('=', 1));

@@ -1,6 +1,5 @@
 #include "productiontestdaemon.h"
 
-#include "daemonenvironment.h"
 
 #include <QFile>
 
@@ -9,7 +8,7 @@ ProductionTestDaemon::ProductionTestDaemon(
 {
     _files.write("platform.ini", "[outlet]\nsize=1\n");
     _files.write("platform.conf", "");
-    QProcessEnvironment environment = daemonEnvironment(_files, busAddress, _notify.path());
+    QProcessEnvironment environment = _files.daemonEnvironment(busAddress, _notify.path());
     environment.insert("CM_MODBUS_OCU_DEVICE", ocuDevice);
     environment.insert("CM_MODBUS_EXT_DEVICE", externalDevice);
     _process.setProcessEnvironment(environment);

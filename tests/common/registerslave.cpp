@@ -31,23 +31,11 @@ RegisterSlave::~RegisterSlave()
     }
 }
 
-void RegisterSlave::setRegister(int address, quint16 value)
-{
-    const QMutexLocker lock(&_mutex);
-    _registers.insert(address, value);
-}
-
 void RegisterSlave::setRegisters(int address, const QList<quint16> &values)
 {
     const QMutexLocker lock(&_mutex);
     for (int i = 0; i < values.size(); ++i)
         _registers.insert(address + i, values.at(i));
-}
-
-void RegisterSlave::removeRegister(int address)
-{
-    const QMutexLocker lock(&_mutex);
-    _registers.remove(address);
 }
 
 quint16 RegisterSlave::registerValue(int address) const

@@ -21,13 +21,11 @@ public:
     ~RegisterSlave();
 
     bool isReady() const { return _context != nullptr; }
-    void setRegister(int address, quint16 value);
+    void setRegister(int address, quint16 value) { setRegisters(address, { value }); }
     void setRegisters(int address, const QList<quint16> &values);
-    void removeRegister(int address);
     quint16 registerValue(int address) const;
-    void setFault(Fault fault) { _fault = fault; }
     // The fault applies from the given request on (counted from 1), the ones before are served.
-    void setFault(Fault fault, int fromRequest)
+    void setFault(Fault fault, int fromRequest = 0)
     {
         _faultFrom = fromRequest;
         _fault = fault;

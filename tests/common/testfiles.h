@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -14,6 +15,10 @@ public:
     // at them for the rest of the process.
     void useAsConfiguration(const QByteArray &platformIni, const QByteArray &chargemanagerIni,
         const QByteArray &platformConf = QByteArray(""));
+    // The environment of a meterd started by a test: every configuration file and serial device
+    // in this directory (platform.ini, chargemanager.ini, platform.conf, corvix.ini, version,
+    // ttyModbusExt, ttyModbusOcu), the given bus and notification socket, no narrowed logging.
+    QProcessEnvironment daemonEnvironment(const QString &busAddress, const QString &notifyPath) const;
 
 private:
     QTemporaryDir _dir;

@@ -1,7 +1,5 @@
 #include "meterdrig.h"
 #include "privatebus.h"
-#include "productiontestdaemon.h"
-#include "ptypair.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -14,7 +12,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include <csignal>
 #include <memory>
 
 namespace {
@@ -262,29 +259,6 @@ private slots:
                 QStringList({ "Connected", "230.0", "231.0" }));
         }
 
-        // Without a count it runs until interrupted, and then ends normally.
-        QProcess process;
-        process.setProcessEnvironment(environmentFor(_rig->busAddress()));
-        QSignalSpy finished(&process, &QProcess::finished);
-        process.start(METERCTL_BINARY, { "watch" });
-        QByteArray out;
-        QTRY_VERIFY_WITH_TIMEOUT((out += process.readAllStandardOutput()).count("PATH") >= 2, 20000);
-        QCOMPARE(::kill(pid_t(process.processId()), SIGINT), 0);
-        QVERIFY(finished.wait(10000));
-        QVERIFY(process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0);
-    }
-
-    // On an unconfigured unit, where the daemon runs in production-test mode only.
-    void loopTest()
-    {
-        PrivateBus bus;
-        PtyPair wire;
-        ProductionTestDaemon daemon(bus.address(), wire.first(), wire.second());
-        QVERIFY(daemon.isReady());
-        const Run result = runMeterctl(bus.address(), { "test-rs485" });
-        QVERIFY2(result.exitCode == 0 && result.out == "RS-485 loop test passed\n",
-            qPrintable(describe(result)));
-        QCOMPARE(runMeterctl(bus.address(), { "list" }).exitCode, 3);
     }
 };
 
