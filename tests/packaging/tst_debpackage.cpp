@@ -1,4 +1,4 @@
-#include "installtree.h"
+#include "runtool.h"
 
 #include <QDir>
 #include <QFile>
