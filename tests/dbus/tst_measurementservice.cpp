@@ -6,7 +6,6 @@
 #include <QDBusReply>
 #include <QElapsedTimer>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QTest>
 
 #include <climits>
@@ -118,24 +117,6 @@ double number(const QString &reply)
     return reply.section(' ', 1).toDouble();
 }
 
-// Parses busctl's a{sv} output: a{sv} N "key" TYPE value ...
-QVariantMap parseMap(const QString &reply)
-{
-    static const QRegularExpression token(QStringLiteral("\"((?:[^\"\\\\]|\\\\.)*)\"|(\\S+)"));
-    QStringList tokens;
-    for (auto it = token.globalMatch(reply); it.hasNext();) {
-        const QRegularExpressionMatch match = it.next();
-        tokens << (match.capturedStart(1) >= 0 ? match.captured(1) : match.captured(2));
-    }
-    QVariantMap map;
-    for (int i = 2; i + 2 < tokens.size() + 1 && i + 2 <= tokens.size() - 1; i += 3) {
-        const QString &type = tokens.at(i + 1);
-        const QString &value = tokens.at(i + 2);
-        map.insert(tokens.at(i), type == "s" ? QVariant(value) : QVariant(value.toDouble()));
-    }
-    return map;
-}
-
 // A D-Bus "q" argument; a plain quint16 would go out as "i".
 QVariant word(quint16 value)
 {
@@ -157,10 +138,11 @@ class TestMeasurementService : public QObject
 
 private:
     std::unique_ptr<MeterdRig> _rig;
+    std::unique_ptr<QDBusInterface> _service;
 
     QVariantMap values(const QString &path) const
     {
-        return parseMap(_rig->busctl("metervalues", "s", { path }));
+        return QDBusReply<QVariantMap>(_service->call("metervalues", path)).value();
     }
 
     void waitConnected(const QString &path)
@@ -174,6 +156,9 @@ private slots:
     {
         _rig = std::make_unique<MeterdRig>(scenario, corvix(), networkMeters());
         QVERIFY(_rig->start());
+        _service = std::make_unique<QDBusInterface>("com.ovra.slavecontroller",
+            "/MeasurementManager", "com.ovra.slavecontroller.MeasurementManager",
+            QDBusConnection::connectToBus(_rig->busAddress(), "test"));
         // Started as the service manager starts it: its banner, configuration and bus.
         const QStringList lines = _rig->daemonLog().split('\n');
         for (const QString &line : QStringList { "<7>[config] Configuration read successfully",
@@ -189,7 +174,11 @@ private slots:
             waitConnected("modbus/1/" + QString::number(address));
     }
 
-    void cleanupTestCase() { _rig.reset(); }
+    void cleanupTestCase()
+    {
+        _service.reset();
+        _rig.reset();
+    }
 
     void meterListAndExists()
     {
@@ -359,9 +348,7 @@ private slots:
         // A silent meter holds the channel for three response timeouts at every poll, so the
         // register read mostly waits for the reader to let go; readings are answered meanwhile.
         QVERIFY(_rig->simulator("fault 8 silent"));
-        QDBusConnection bus = QDBusConnection::connectToBus(_rig->busAddress(), "waiting");
-        QDBusInterface service("com.ovra.slavecontroller", "/MeasurementManager",
-            "com.ovra.slavecontroller.MeasurementManager", bus);
+        QDBusInterface &service = *_service;
         const QDBusPendingCall access = service.asyncCall("readModbusRegister", word(9), word(11));
         int answeredMeanwhile = 0;
         while (!access.isFinished()) {
@@ -384,9 +371,7 @@ private slots:
         // the write sent before it), and no transfer shares the line with a poll: every answer
         // is right, and the frozen readings never show another slave's values or a failed poll.
         const int failuresBefore = _rig->daemonLog().count("could not");
-        QDBusConnection bus = QDBusConnection::connectToBus(_rig->busAddress(), "rounds");
-        QDBusInterface service("com.ovra.slavecontroller", "/MeasurementManager",
-            "com.ovra.slavecontroller.MeasurementManager", bus);
+        QDBusInterface &service = *_service;
         const auto write = [&](quint16 slave, quint16 value) {
             return service.asyncCall("setModbusRegister", word(slave), word(4356), word(value));
         };
@@ -426,11 +411,7 @@ private slots:
 
     void malformedInputGetsNormalReplies()
     {
-        QDBusConnection bus = QDBusConnection::connectToBus(_rig->busAddress(), "flood");
-        QDBusInterface service("com.ovra.slavecontroller", "/MeasurementManager",
-            "com.ovra.slavecontroller.MeasurementManager", bus);
-        QVERIFY(service.isValid());
-
+        QDBusInterface &service = *_service;
         QStringList paths { "", "//", "modbus/1/", "modbus/1/0", "modbus/1/256",
             "modbus/1/99999999999999999999", "modbus/-1/7", "modbus/1/7/8", "modbus/::1",
             "modbus/999.1.1.1", "trafo/x", "pulse/1/2", QString(4096, 'm'),

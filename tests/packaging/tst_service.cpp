@@ -3,7 +3,6 @@
 #include "privatebus.h"
 #include "productiontestdaemon.h"
 #include "ptypair.h"
-#include "runtool.h"
 
 #include <QFile>
 #include <QProcess>
@@ -20,6 +19,35 @@
 // policy, loaded by buses configured like Debian's system bus, with the real meterd on them and
 // callers running as root and as nobody.
 namespace {
+
+struct ToolResult
+{
+    int exitCode = -1;
+    QString output;
+};
+
+// Runs a program to its end, with `environment` added to the test's; standard output and error
+// interleaved in the result.
+ToolResult runTool(
+    const QString &program, const QStringList &arguments, const QStringList &environment = {})
+{
+    QProcess process;
+    QProcessEnvironment processEnvironment = QProcessEnvironment::systemEnvironment();
+    for (const QString &setting : environment)
+        processEnvironment.insert(setting.section('=', 0, 0), setting.section('=', 1));
+    process.setProcessEnvironment(processEnvironment);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    if (!process.waitForStarted())
+        return { -1, program + ": " + process.errorString() };
+    if (!process.waitForFinished(60000)) {
+        process.kill();
+        process.waitForFinished();
+        return { -1, QString::fromUtf8(process.readAll()) + program + ": did not finish in time" };
+    }
+    const QString output = QString::fromUtf8(process.readAll());
+    return { process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, output };
+}
 
 const QString serviceName = QStringLiteral("com.ovra.slavecontroller");
 

@@ -66,20 +66,7 @@ private slots:
         }
     }
 
-    void missingOcuPortFailsEveryCall()
-    {
-        PtyPair wire;
-        QVERIFY(wire.isReady());
-        TestFiles absent;
-        ProductionTestDaemon daemon(_bus.address(), absent.path("ttyModbusOcu"), wire.second());
-        QVERIFY(daemon.isReady());
-        QCOMPARE(testRs485(), QStringLiteral("b false"));
-        QCOMPARE(testRs485(), QStringLiteral("b false"));
-        const QString log = daemon.log();
-        QCOMPARE(log.count("<3>[Pts] setupMaster Failed to connect master context"), 1);
-        QCOMPARE(log.count("Error in modbus read"), 0);
-    }
-
+    // Without its OCU port the test fails at once; the watchdog is fed all the same.
     void watchdogEvery45Seconds()
     {
         NotifySocket notify;
