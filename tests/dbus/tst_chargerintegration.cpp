@@ -2,15 +2,17 @@
 #include "chargemanagerdbusinterface.h"
 #include "clock.h"
 #include "dbusservicewaiter.h"
-#include "fakeservice.h"
 #include "logcapture.h"
 #include "privatebus.h"
 #include "secccontrollerinterface.h"
 #include "seccmanager.h"
 
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
+#include <QDBusVirtualObject>
+#include <QMutex>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -24,6 +26,65 @@ const QString waitedService = QStringLiteral("com.ovra.test.waited");
 constexpr int timeLimitMs = 5000;
 
 } // namespace
+
+// One of the station's other services, played on a connection of its own: it takes its name
+// when told, answers every call at its path with an empty reply and keeps the calls, and emits
+// signals from that path.
+class FakeService : public QDBusVirtualObject
+{
+    Q_OBJECT
+
+public:
+    FakeService(const QString &busAddress, const QString &service, const QString &path)
+        : _service(service)
+        , _path(path)
+        , _connection(QDBusConnection::connectToBus(busAddress, service))
+    {
+        _connection.registerVirtualObject(_path, this);
+    }
+    ~FakeService() override { QDBusConnection::disconnectFromBus(_connection.name()); }
+
+    bool registerService() { return _connection.registerService(_service); }
+    bool unregisterService() { return _connection.unregisterService(_service); }
+    bool emitSignal(const QString &interface, const QString &name, const QVariantList &arguments)
+    {
+        QDBusMessage message = QDBusMessage::createSignal(_path, interface, name);
+        message.setArguments(arguments);
+        return _connection.send(message);
+    }
+    QList<QDBusMessage> calls() const
+    {
+        const QMutexLocker lock(&_mutex);
+        return _calls;
+    }
+    // A call from the given connection, answered: whatever that connection sent before has
+    // arrived too, as the messages of one connection arrive in order.
+    bool pingFrom(const QDBusConnection &caller)
+    {
+        QDBusPendingCallWatcher watcher(caller.asyncCall(
+            QDBusMessage::createMethodCall(_service, _path, "org.example.Test", "Ping")));
+        QSignalSpy answered(&watcher, &QDBusPendingCallWatcher::finished);
+        return answered.wait() && !watcher.isError();
+    }
+
+    // Qt may hand virtual objects their messages in its D-Bus thread.
+    bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
+    {
+        if (message.type() != QDBusMessage::MethodCallMessage)
+            return false;
+        const QMutexLocker lock(&_mutex);
+        _calls.append(message);
+        return connection.send(message.createReply());
+    }
+    QString introspect(const QString &) const override { return {}; }
+
+private:
+    const QString _service;
+    const QString _path;
+    QDBusConnection _connection;
+    mutable QMutex _mutex;
+    QList<QDBusMessage> _calls;
+};
 
 // The clients of the station's other services and the alarm set, none of which the daemon's own
 // start-up creates: each against fake services on a private system bus.

@@ -5,7 +5,6 @@
 #include <QDBusPendingCall>
 #include <QDBusReply>
 #include <QElapsedTimer>
-#include <QRandomGenerator>
 #include <QTest>
 
 #include <climits>
@@ -412,19 +411,11 @@ private slots:
     void malformedInputGetsNormalReplies()
     {
         QDBusInterface &service = *_service;
-        QStringList paths { "", "//", "modbus/1/", "modbus/1/0", "modbus/1/256",
+        const QStringList paths { "", "//", "modbus/1/", "modbus/1/0", "modbus/1/256",
             "modbus/1/99999999999999999999", "modbus/-1/7", "modbus/1/7/8", "modbus/::1",
             "modbus/999.1.1.1", "trafo/x", "pulse/1/2", QString(4096, 'm'),
             QString::fromUtf8("modbus/1/\xe2\x82\xac"), "modbus/1/7\n" };
-        QRandomGenerator random(20261121);
-        const QString alphabet = QStringLiteral("modbus/0123456789.:-trafopulse ");
-        while (paths.size() < 100) {
-            QString path;
-            for (int i = int(random.bounded(24)); i > 0; --i)
-                path += alphabet.at(int(random.bounded(alphabet.size())));
-            paths << path;
-        }
-        for (const QString &path : std::as_const(paths)) {
+        for (const QString &path : paths) {
             for (const char *method :
                 { "totalEnergy", "power", "getErrorRate", "info", "meterExists", "metervalues" }) {
                 const QDBusMessage reply = service.call(method, path);
