@@ -97,19 +97,6 @@ private slots:
             chargemanager.isNull() ? 2592000 : 77);
     }
 
-    void emptyVariableMeansBuiltInPath()
-    {
-        Unit unit(platformIni, chargemanagerIni);
-        ScopedEnvironment empty("CM_PLATFORMINI", QString());
-        LogCapture log;
-        unit.manager();
-        QCOMPARE(log.count("config", QtWarningMsg,
-                     "_readPlatformIni Using hard-coded platform.ini path: "
-                     "\"/mnt/data/etc/platform.ini\""),
-            1);
-        QCOMPARE(log.count("_readChargemanagerIni"), 0);
-    }
-
     // A value by its storage class: the two INI files, the firmware environment, or computed.
     void values_data()
     {
@@ -162,9 +149,7 @@ private slots:
         QTest::addColumn<int>("type");
         QTest::addColumn<QString>("message");
         QTest::newRow("heartbeat") << quint32(Settings::HeartbeatInterval) << "default"
-                                   << int(QtWarningMsg)
-                                   << "SettingValue ConfigurationManager::_readVirtualSetting"
-                                      "(Setting) const Unimplemented code.";
+                                   << int(QtWarningMsg) << "Unimplemented code.";
         QTest::newRow("other virtual")
             << quint32(Settings::ChargeProfileMaxStackLevel) << "config" << int(QtCriticalMsg)
             << "Unhandled parameter! \"ocpp/ChargeProfileMaxStackLevel\" \"20\" 5";
@@ -371,14 +356,11 @@ private slots:
         QTest::addColumn<quint32>("index");
         QTest::addColumn<QString>("publicName");
         QTest::newRow("plain key") << "outlet/size" << quint32(22) << "NumberOfConnectors";
-        QTest::newRow("ocpp added in front")
-            << "ocpp/HeartbeatInterval" << quint32(11) << "HeartbeatInterval";
         QTest::newRow("ocpp added once more") << "ocpp/ocpp/AuthCacheLifeTime" << quint32(3)
                                               << "AuthCacheLifeTime";
         QTest::newRow("platform class") << "modbus/baudrate" << quint32(Settings::ModbusBaudrate)
                                         << "platform/modbus/baudrate";
         QTest::newRow("ocpp never removed") << "AuthCacheLifeTime" << quint32(190) << "";
-        QTest::newRow("case sensitive") << "Outlet/Size" << quint32(190) << "";
     }
 
     void lookups()

@@ -278,8 +278,6 @@ private slots:
                                << QStringList { "0x03 0 80" };
         QTest::newRow("EM511") << 13 << QStringList { "0x03 770 1", "0x03 11 1", "0x03 20480 7" }
                                << QStringList { "0x03 0 6", "0x03 14 4", "0x03 32 2" };
-        QTest::newRow("EM580") << 14 << QStringList { "0x03 770 2", "0x03 11 1", "0x03 20480 8" }
-                               << QStringList { "0x03 0 80" };
         QTest::newRow("GM3D") << 15
                               << QStringList { "0x03 770 2", "0x03 11 1", "0x03 16 1",
                                      "0x03 4355 1", "0x03 4356 2" }
