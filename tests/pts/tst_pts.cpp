@@ -2,16 +2,16 @@
 #include "logcapture.h"
 #include "notifysocket.h"
 #include "privatebus.h"
-#include "productiontestdaemon.h"
 #include "pts.h"
 #include "ptypair.h"
 #include "testfiles.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QTest>
 
-// The loop test as the factory line uses it: the real meterd on an unconfigured unit, called
-// over a private system bus with busctl.
+// The loop test as the factory line uses it: the real meterd on an unconfigured unit (no
+// chargemanager.ini, so in production-test mode), called over a private system bus with busctl.
 class TestPts : public QObject
 {
     Q_OBJECT
@@ -31,8 +31,6 @@ private:
     }
 
 private slots:
-    void initTestCase() { QVERIFY(_bus.isReady()); }
-
     // Wired ports pass every time; unwired ones fail, and the answering task gives up when no
     // request comes.
     void loopTest_data()
@@ -47,23 +45,38 @@ private slots:
         QFETCH(bool, wired);
         PtyPair wire;
         PtyPair other;
-        QVERIFY(wire.isReady() && other.isReady());
-        ProductionTestDaemon daemon(
-            _bus.address(), wire.first(), wired ? wire.second() : other.first());
-        QVERIFY(
-            daemon.readyMessage().startsWith("READY=1\nSTATUS=Processing requests...\nMAINPID="));
+        TestFiles files;
+        files.write("platform.ini", "[outlet]\nsize=1\n");
+        files.write("platform.conf", "");
+        NotifySocket notify;
+        QProcessEnvironment environment = files.daemonEnvironment(_bus.address(), notify.path());
+        environment.insert("CM_MODBUS_OCU_DEVICE", wire.first());
+        environment.insert("CM_MODBUS_EXT_DEVICE", wired ? wire.second() : other.first());
+        QProcess daemon;
+        daemon.setProcessEnvironment(environment);
+        daemon.setStandardErrorFile(files.path("meterd.log"));
+        daemon.start(METERD_BINARY, {});
+        QVERIFY(notify.receive(10000).startsWith("READY=1\nSTATUS=Processing requests...\nMAINPID="));
         const QString answer = wired ? "b true" : "b false";
         QCOMPARE(testRs485(), answer);
         QCOMPARE(testRs485(), answer);
-        QVERIFY(!daemon.log().contains("MeasurementManager"));
+        QFile logFile(files.path("meterd.log"));
+        const auto log = [&logFile] {
+            logFile.open(QIODevice::ReadOnly);
+            const QString text = QString::fromUtf8(logFile.readAll());
+            logFile.close();
+            return text;
+        };
+        QVERIFY(!log().contains("MeasurementManager"));
         if (wired) {
-            QCOMPARE(daemon.log().count("<6>[Pts] _ping Ping Pong successful"), 2);
+            QCOMPARE(log().count("<6>[Pts] _ping Ping Pong successful"), 2);
         } else {
-            QVERIFY2(daemon.log().contains("<3>[Pts] _ping Error in modbus read"),
-                qPrintable(daemon.log()));
+            QVERIFY2(log().contains("<3>[Pts] _ping Error in modbus read"), qPrintable(log()));
             QTRY_VERIFY_WITH_TIMEOUT(
-                daemon.log().contains("<3>[Pts] _pong Error in modbus pong receive"), 5000);
+                log().contains("<3>[Pts] _pong Error in modbus pong receive"), 5000);
         }
+        daemon.terminate();
+        daemon.waitForFinished();
     }
 
     // Without its OCU port the test fails at once; the watchdog is fed all the same.
@@ -78,18 +91,14 @@ private slots:
         Pts pts;
         QVERIFY(log.contains("Pts", QtCriticalMsg, "setupMaster Failed to connect master context"));
         QVERIFY(!pts.TestRS485());
-
         // Real time runs on beside the advanced clock; the margin keeps a loaded machine from
         // reaching the deadline before the test does.
-        Clock::advance(44500);
-        QCoreApplication::processEvents();
-        QCOMPARE(notify.receive(50), QByteArray());
-        Clock::advance(500);
-        QCoreApplication::processEvents();
-        QCOMPARE(notify.receive(1000), QByteArray("WATCHDOG=1\n"));
-        Clock::advance(45000);
-        QCoreApplication::processEvents();
-        QCOMPARE(notify.receive(1000), QByteArray("WATCHDOG=1\n"));
+        for (const qint64 step : { 44500, 500, 45000 }) {
+            Clock::advance(step);
+            QCoreApplication::processEvents();
+            QCOMPARE(notify.receive(step == 44500 ? 50 : 1000),
+                step == 44500 ? QByteArray() : QByteArray("WATCHDOG=1\n"));
+        }
     }
 };
 
