@@ -1,7 +1,5 @@
 #include "alarmstatus.h"
 #include "chargemanagerdbusinterface.h"
-#include "clock.h"
-#include "dbusservicewaiter.h"
 #include "logcapture.h"
 #include "privatebus.h"
 #include "secccontrollerinterface.h"
@@ -22,8 +20,6 @@ namespace {
 
 const QString seccService = QStringLiteral("com.ovra.secc.ev2");
 const QString seccPath = QStringLiteral("/com/ovra/secc");
-const QString waitedService = QStringLiteral("com.ovra.test.waited");
-constexpr int timeLimitMs = 5000;
 
 } // namespace
 
@@ -181,46 +177,6 @@ private slots:
         QCOMPARE(ports, QList<int>({ 1, 1, 2, 9 }));
         QCOMPARE(chargeManager.cpStateMode(1), MODE_NORMAL);
         QCOMPARE(chargeManager.cpStateMode(2), MODE_E);
-    }
-
-    // Exactly one outcome per wait: finished when the service is there in time, else timeout.
-    void serviceWaiter_data()
-    {
-        QTest::addColumn<int>("appearsAtMs"); // -1: before the wait starts, 0: never
-        QTest::newRow("already there") << -1;
-        QTest::newRow("in time") << 1;
-        QTest::newRow("after the limit") << timeLimitMs + 1;
-        QTest::newRow("never") << 0;
-    }
-
-    void serviceWaiter()
-    {
-        QFETCH(int, appearsAtMs);
-        const QDBusConnection bus = QDBusConnection::systemBus();
-        FakeService service(_bus.address(), waitedService, QStringLiteral("/"));
-        DBusServiceWaiter waiter(waitedService, bus, timeLimitMs);
-        QSignalSpy finished(&waiter, &DBusServiceWaiter::finished);
-        QSignalSpy timedOut(&waiter, &DBusServiceWaiter::timeout);
-        // Sees the same registrations as the waiter, on the same connection.
-        QDBusServiceWatcher watcher(waitedService, bus, QDBusServiceWatcher::WatchForRegistration);
-        QSignalSpy registered(&watcher, &QDBusServiceWatcher::serviceRegistered);
-        if (appearsAtMs < 0)
-            QVERIFY(service.registerService());
-        waiter.start();
-        for (int elapsed : { 1, timeLimitMs + 1 }) {
-            Clock::advance(elapsed == 1 ? 0 : timeLimitMs);
-            QCoreApplication::processEvents();
-            if (appearsAtMs == elapsed) {
-                QVERIFY(service.registerService());
-                QVERIFY(registered.wait());
-            }
-        }
-        const bool inTime = appearsAtMs == -1 || appearsAtMs == 1;
-        QTRY_COMPARE(finished.count() + timedOut.count(), 1);
-        Clock::advance(timeLimitMs);
-        QCoreApplication::processEvents();
-        QCOMPARE(finished.count(), inTime ? 1 : 0);
-        QCOMPARE(timedOut.count(), inTime ? 0 : 1);
     }
 
     // Raised in order, each change told once; clearing takes one from the middle.

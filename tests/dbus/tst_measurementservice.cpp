@@ -265,40 +265,6 @@ private slots:
         QVERIFY(number(_rig->busctl("getErrorRate", "s", { path })) < 5.0);
     }
 
-    // What each model asks for, as the simulator saw it: the identification code, the static
-    // read, then the measurement read at every poll.
-    void requestsOnTheWire_data()
-    {
-        QTest::addColumn<int>("slave");
-        QTest::addColumn<QStringList>("staticRead");
-        QTest::addColumn<QStringList>("measurement");
-        QTest::newRow("EM540") << 12
-                               << QStringList { "0x03 770 1", "0x03 771 1", "0x03 11 1",
-                                      "0x03 20480 8", "0x03 4356 1", "0x03 50 1" }
-                               << QStringList { "0x03 0 80" };
-        QTest::newRow("EM511") << 13 << QStringList { "0x03 770 1", "0x03 11 1", "0x03 20480 7" }
-                               << QStringList { "0x03 0 6", "0x03 14 4", "0x03 32 2" };
-        QTest::newRow("GM3D") << 15
-                              << QStringList { "0x03 770 2", "0x03 11 1", "0x03 16 1",
-                                     "0x03 4355 1", "0x03 4356 2" }
-                              << QStringList { "0x03 0 16" };
-        QTest::newRow("GM3T") << 16
-                              << QStringList { "0x03 770 1", "0x03 771 1", "0x03 11 1", "0x03 50 1",
-                                     "0x03 20480 7" }
-                              << QStringList { "0x03 0 6", "0x03 12 6", "0x03 40 2", "0x03 52 2" };
-    }
-
-    void requestsOnTheWire()
-    {
-        QFETCH(int, slave);
-        QFETCH(QStringList, staticRead);
-        QFETCH(QStringList, measurement);
-        const QStringList expected
-            = QStringList { "0x03 11 1" } + staticRead + measurement + measurement;
-        QTRY_VERIFY_WITH_TIMEOUT(_rig->simulatorRequests(slave).size() >= expected.size(), 10000);
-        QCOMPARE(_rig->simulatorRequests(slave).mid(0, expected.size()), expected);
-    }
-
     void silentAddress()
     {
         const QVariantMap absent = values("modbus/1/10");

@@ -53,16 +53,6 @@ QList<QStringList> tableRows(const QString &text)
     return rows;
 }
 
-// The row of a table whose first cell is the path; empty when there is none.
-QStringList rowOf(const QList<QStringList> &rows, const QString &path)
-{
-    for (const QStringList &row : rows) {
-        if (row.value(0) == path)
-            return row;
-    }
-    return {};
-}
-
 } // namespace
 
 class TestMeterctl : public QObject
@@ -122,21 +112,6 @@ private slots:
             qPrintable(result.out));
     }
 
-    void list()
-    {
-        const Run result = run({ "list" });
-        QVERIFY2(result.exitCode == 0 && result.err.isEmpty(), qPrintable(describe(result)));
-        const QList<QStringList> rows = tableRows(result.out);
-        QCOMPARE(rows.size(), 4);
-        QCOMPARE(rows.value(0), QStringList({ "PATH", "STATUS", "MODEL:SERIAL", "ERRORS [%]" }));
-        const QStringList em340 = rowOf(rows, "modbus/1/7");
-        QCOMPARE(em340.mid(1, 2), QStringList({ "Connected", "EM340:SIM00000000007" }));
-        // The error rate moves with the traffic; a percentage with two decimals, and small.
-        QVERIFY2(QRegularExpression("^[0-4]\\.\\d\\d$").match(em340.value(3)).hasMatch(),
-            qPrintable(em340.value(3)));
-        QCOMPARE(rowOf(rows, "modbus/1/10"), QStringList({ "modbus/1/10", "NotFound", "-", "-" }));
-    }
-
     // Numbers in hexadecimal or decimal; leading zeros are decimal.
     void registerRoundTrip()
     {
@@ -161,11 +136,9 @@ private slots:
             QTest::newRow(name) << bus << arguments << code << reason;
         };
         row("unknown command", "rig", { "status" }, 2, "unknown command \"status\"");
-        row("missing argument", "rig", { "read", "7" }, 2, "usage: meterctl read ADDR REG");
         row("malformed path", "rig", { "show", "modbus/3/7" }, 2, "malformed meter path");
         row("slave address out of range", "rig", { "read", "248", "1" }, 2,
             "ADDR must be a number");
-        row("count for list", "rig", { "list", "--count", "2" }, 2, "--count is only for watch");
         row("no such meter", "rig", { "show", "modbus/1/99" }, 1, "no such meter: modbus/1/99");
         row("write refused", "rig", { "write", "7", "0", "1" }, 1, "failed");
         row("loop test of a configured unit", "rig", { "test-rs485" }, 3, "production-test mode");
@@ -187,22 +160,6 @@ private slots:
                 && result.err.count('\n') == 1 && result.err.startsWith("meterctl: ")
                 && result.err.contains(reason),
             qPrintable(describe(result)));
-    }
-
-    void watch()
-    {
-        // Not a terminal: one frame after the other, each its time, the header and the meters.
-        const Run result = run({ "watch", "--count", "2" });
-        QVERIFY2(result.exitCode == 0 && !result.out.contains('\x1b'), qPrintable(describe(result)));
-        const QStringList lines = result.out.split('\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 2 * 5);
-        for (int frame = 0; frame < 2; ++frame) {
-            const QList<QStringList> rows = tableRows(lines.mid(frame * 5 + 1, 4).join('\n'));
-            QCOMPARE(rows.value(0).value(2), QStringLiteral("U1 [V]"));
-            QCOMPARE(rowOf(rows, "modbus/1/7").mid(1, 3),
-                QStringList({ "Connected", "230.0", "231.0" }));
-        }
-
     }
 };
 
