@@ -615,6 +615,9 @@ fault=frozen
         QCOMPARE(meter.frequency(), double(49.98f));
         QCOMPARE(meter.totalEnergy(), 4321.0987);
         QCOMPARE(meter.totalEnergyExported(), 0.0);
+        // The static read is done once.
+        poll(meter, context.get());
+        QCOMPARE(simulator.requests(slaveAddress).mid(14), values);
     }
 
     void silentMeterAndTheErrorSummary()
@@ -656,107 +659,67 @@ fault=frozen
             1);
     }
 
-    // Detection, then the static read and a reading at most once per poll interval; a failed
-    // poll counts one error against four requests and leaves NaN.
-    void readingsErrorRateAndSession()
+    // A meter's life on the channel: detection, then the static read and a reading at most once
+    // per poll interval; a session; frozen voltages turning it stale; then failed polls: one
+    // error against the requests, NaN, the connection reported lost after 15 s, a meter error
+    // after an hour once the meter has been up a day and then once a day, and faulty at 120 s.
+    void pollLifecycle()
     {
         loadEm111(*_slave);
         ModbusMeter meter(slaveAddress, 2);
         QSignalSpy updated(&meter, &ModbusMeter::valuesUpdated);
-        QVERIFY(std::isnan(meter.sessionEnergy()));
+        QSignalSpy lost(&meter, &ModbusMeter::connectionLost);
+        QSignalSpy error(&meter, &ModbusMeter::meterError);
         poll(meter);
         poll(meter);
         QCOMPARE(updated.size(), 1);
         QCOMPARE(meter.status(), OK);
-        QCOMPARE(meter.voltage(1), 230.0);
-        QCOMPARE(meter.current(1), 5.0);
-        QCOMPARE(meter.power(), 1150.0);
-        QCOMPARE(meter.totalEnergy(), 42.0);
+        QCOMPARE(QList<double>({ meter.voltage(1), meter.current(1), meter.power(),
+                     meter.totalEnergy(), meter.getErrorRate() }),
+            QList<double>({ 230.0, 5.0, 1150.0, 42.0, 0.0 }));
         QCOMPARE(meter.info(), QStringLiteral("EM111_AV7:EM111"));
-        QCOMPARE(meter.getErrorRate(), 0.0);
-        QVERIFY(std::isnan(meter.sessionEnergy())); // no session started yet
+        QVERIFY(std::isnan(meter.sessionEnergy()));
 
         const int requests = _slave->requestCount();
         meter.useContext(_context);
         QCOMPARE(_slave->requestCount(), requests);
         meter.startSession();
-        QCOMPARE(meter.sessionEnergy(), 0.0);
         _slave->setRegisters(20, { 455, 0 });
-        poll(meter);
-        QCOMPARE(_slave->requestCount(), requests + 2);
+        for (int i = 0; i < 120; ++i)
+            poll(meter);
+        QCOMPARE(_slave->requestCount(), requests + 240);
         QVERIFY(qAbs(meter.sessionEnergy() - 3.5) < 1e-9);
-        QCOMPARE(meter.sessionEnergyExported(), 0.0);
-
-        _slave->setFault(RegisterSlave::Fault::Exception);
+        QVERIFY(meter.isStale() && !meter.isFaulty());
+        _slave->setRegister(0, 2301);
         poll(meter);
-        QCOMPARE(meter.getErrorRate(), 20.0);
+        QVERIFY(!meter.isStale());
+        meter.resetStaleValues();
         QVERIFY(std::isnan(meter.voltage(1)));
-        QCOMPARE(meter.errorTally().value("Slave device or server failure"), 1);
-    }
 
-    void connectionLostAndMeterError()
-    {
-        loadEm111(*_slave);
-        ModbusMeter meter(slaveAddress, 2);
-        QSignalSpy lost(&meter, &ModbusMeter::connectionLost);
-        QSignalSpy error(&meter, &ModbusMeter::meterError);
-        poll(meter);
-        poll(meter);
         _slave->setFault(RegisterSlave::Fault::Exception);
-
         poll(meter);
-        QCOMPARE(lost.size(), 0); // within 15 s of the last good read
+        // 122 good polls, then one error in three attempts.
+        QCOMPARE(meter.getErrorRate(), 100.0 / 125);
+        QCOMPARE(meter.errorTally(),
+            (QMap<QString, int> { { "Stale value reset", 1 }, { "Slave device or server failure", 1 } }));
+        QCOMPARE(lost.size(), 0);
         Clock::advance(14000);
         poll(meter);
         QCOMPARE(lost.size(), 1);
-        QCOMPARE(error.size(), 0);
-
-        // Silent for over an hour, but the meter has not been up for a day yet.
         Clock::advance(3600000);
         poll(meter);
         QCOMPARE(error.size(), 0);
+        QVERIFY(meter.isFaulty());
         Clock::advance(86400000);
         poll(meter);
-        QCOMPARE(error.size(), 1);
-        QCOMPARE(
-            error.first().first().toString(), QStringLiteral("Slave device or server failure"));
         poll(meter);
-        QCOMPARE(error.size(), 1); // at most once a day
+        QCOMPARE(error.size(), 1);
+        QCOMPARE(error.first().first().toString(), QStringLiteral("Slave device or server failure"));
         Clock::advance(86400000);
         poll(meter);
         QCOMPARE(error.size(), 2);
         QCOMPARE(lost.size(), 5);
     }
-
-    void staleAndFaulty()
-    {
-        loadEm111(*_slave);
-        ModbusMeter meter(slaveAddress, 2);
-        poll(meter);
-        poll(meter);
-        QVERIFY(!meter.isStale());
-        QVERIFY(!meter.isFaulty());
-        // Readings keep coming, but the voltage never changes.
-        for (int i = 0; i < 120; ++i)
-            poll(meter);
-        QVERIFY(meter.isStale());
-        QVERIFY(!meter.isFaulty());
-        QCOMPARE(meter.status(), OK);
-
-        _slave->setRegister(0, 2301);
-        poll(meter);
-        QVERIFY(!meter.isStale());
-
-        meter.resetStaleValues();
-        QVERIFY(std::isnan(meter.voltage(1)));
-        QCOMPARE(meter.errorTally().value("Stale value reset"), 1);
-
-        _slave->setFault(RegisterSlave::Fault::Exception);
-        Clock::advance(120000);
-        poll(meter);
-        QVERIFY(meter.isFaulty());
-    }
-
 };
 
 QTEST_GUILESS_MAIN(TestDrivers)
