@@ -108,8 +108,10 @@ private slots:
         QTest::newRow("journal critical") << 0 << int(QtCriticalMsg) << "<3>[modbus] text";
         QTest::newRow("journal fatal") << 0 << int(QtFatalMsg) << "<2>[modbus] text";
         QTest::newRow("terminal info") << 1 << int(QtInfoMsg) << " [modbus] text";
-        QTest::newRow("terminal warning") << 1 << int(QtWarningMsg) << "\033[1;33m[modbus] text\033[0m";
-        QTest::newRow("terminal critical") << 1 << int(QtCriticalMsg) << "\033[31m[modbus] text\033[0m";
+        QTest::newRow("terminal warning")
+            << 1 << int(QtWarningMsg) << "\033[1;33m[modbus] text\033[0m";
+        QTest::newRow("terminal critical")
+            << 1 << int(QtCriticalMsg) << "\033[31m[modbus] text\033[0m";
         QTest::newRow("plain") << 2 << int(QtInfoMsg) << "modbus: text";
     }
 
@@ -151,7 +153,8 @@ private slots:
             << QByteArray("[outlet]\nsize=1\n") << feedback
             << "requiredModbusMeters Invalid meter type -1 for outlet 1 , skipping...";
         QTest::newRow("type 3 rejected")
-            << QByteArray("[outlet]\nsize=2\n[outlet/1]\nenergymeter=3\n[outlet/2]\nenergymeter=2\n")
+            << QByteArray(
+                   "[outlet]\nsize=2\n[outlet/1]\nenergymeter=3\n[outlet/2]\nenergymeter=2\n")
             << QStringList { "modbus/2/2 2" } + feedback
             << "requiredModbusMeters Invalid meter type 3 for outlet 1 , skipping...";
     }
@@ -222,20 +225,23 @@ private slots:
     {
         NotifySocket notify;
         QProcess first;
-        first.setProcessEnvironment(_daemonFiles.daemonEnvironment(_daemonBus.address(), notify.path()));
+        first.setProcessEnvironment(
+            _daemonFiles.daemonEnvironment(_daemonBus.address(), notify.path()));
         first.start(METERD_BINARY, { "--platform=/nonexistent/platform.ini", "--bogus", "-x" });
         QVERIFY(notify.receive(10000).startsWith("READY=1\n"));
 
         NotifySocket secondNotify;
         QProcess second;
-        second.setProcessEnvironment(_daemonFiles.daemonEnvironment(_daemonBus.address(), secondNotify.path()));
+        second.setProcessEnvironment(
+            _daemonFiles.daemonEnvironment(_daemonBus.address(), secondNotify.path()));
         second.start(METERD_BINARY);
         QVERIFY(second.waitForFinished(10000));
         QCOMPARE(second.exitStatus(), QProcess::NormalExit);
         QCOMPARE(second.exitCode(), 0);
         QCOMPARE(secondNotify.receive(0), QByteArray());
         const QString log = QString::fromUtf8(second.readAllStandardError());
-        QVERIFY2(log.contains("<3>[config] setup Failed to aquire D-Bus name com.ovra.slavecontroller")
+        QVERIFY2(
+            log.contains("<3>[config] setup Failed to aquire D-Bus name com.ovra.slavecontroller")
                 && log.contains("<3>[default] Failed to set up system manager, aborting!"),
             qPrintable(log));
 

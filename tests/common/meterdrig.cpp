@@ -1,6 +1,5 @@
 #include "meterdrig.h"
 
-
 #include <QFile>
 
 MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix,

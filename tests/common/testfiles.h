@@ -18,7 +18,8 @@ public:
     // The environment of a meterd started by a test: every configuration file and serial device
     // in this directory (platform.ini, chargemanager.ini, platform.conf, corvix.ini, version,
     // ttyModbusExt, ttyModbusOcu), the given bus and notification socket, no narrowed logging.
-    QProcessEnvironment daemonEnvironment(const QString &busAddress, const QString &notifyPath) const;
+    QProcessEnvironment daemonEnvironment(
+        const QString &busAddress, const QString &notifyPath) const;
 
 private:
     QTemporaryDir _dir;

@@ -1,11 +1,9 @@
 #include "alarmstatus.h"
-#include "chargemanagerdbusinterface.h"
 #include "logcapture.h"
 #include "privatebus.h"
 #include "secccontrollerinterface.h"
 #include "seccmanager.h"
 
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
@@ -13,8 +11,6 @@
 #include <QMutex>
 #include <QSignalSpy>
 #include <QTest>
-
-using namespace CommonTypes;
 
 namespace {
 
@@ -119,8 +115,8 @@ private slots:
             QCOMPARE(calls.value(0).member(), QStringLiteral("SetProperties"));
             QCOMPARE(qdbus_cast<QVariantMap>(calls.value(0).arguments().value(0)), properties);
             QCOMPARE(calls.value(1).member(), QStringLiteral("SetSupportedEnergyTransferModes"));
-            QCOMPARE(qdbus_cast<QList<int>>(calls.value(1).arguments().value(0)),
-                QList<int>({ 0, 1 }));
+            QCOMPARE(
+                qdbus_cast<QList<int>>(calls.value(1).arguments().value(0)), QList<int>({ 0, 1 }));
             QVERIFY(secc.unregisterService());
         }
     }
@@ -152,33 +148,6 @@ private slots:
         QCOMPARE(started.first().at(1).value<SeccTypes::PowerSchedules_t>(), profile);
     }
 
-    // A mode is taken per outlet; a repeated one, or the normal mode before any other, changes
-    // nothing.
-    void controlPilotModes()
-    {
-        FakeService sessionManager(
-            _bus.address(), "com.tessaline.gridcontroller", QStringLiteral("/SessionManager"));
-        QVERIFY(sessionManager.registerService());
-        ChargeManagerDBusInterface chargeManager;
-        QSignalSpy updated(&chargeManager, &ChargeManagerDBusInterface::cpStateModeUpdated);
-        // A round trip on the client's connection: its signal subscription is in place after it.
-        QVERIFY(QDBusConnection::systemBus().interface()->isServiceRegistered(
-            "com.tessaline.gridcontroller"));
-        const QList<std::pair<int, CpStateMode>> requests { { 1, MODE_HLC }, { 1, MODE_HLC },
-            { 2, MODE_NORMAL }, { 1, MODE_NORMAL }, { 2, MODE_E }, { 2, MODE_E }, { 9, MODE_HLC } };
-        for (const auto &[port, mode] : requests)
-            QVERIFY(sessionManager.emitSignal("com.tessaline.gridcontroller.SessionManager",
-                "SetCpStateMode", { QVariant::fromValue(uchar(port)), int(mode) }));
-        // The signals of one sender arrive in order: outlet 9's update comes last.
-        QTRY_VERIFY(!updated.isEmpty() && updated.last().at(0).toInt() == 9);
-        QList<int> ports;
-        for (const QList<QVariant> &emitted : std::as_const(updated))
-            ports << emitted.at(0).toInt();
-        QCOMPARE(ports, QList<int>({ 1, 1, 2, 9 }));
-        QCOMPARE(chargeManager.cpStateMode(1), MODE_NORMAL);
-        QCOMPARE(chargeManager.cpStateMode(2), MODE_E);
-    }
-
     // Raised in order, each change told once; clearing takes one from the middle.
     void alarms()
     {
@@ -193,15 +162,16 @@ private slots:
         QVERIFY(status.clear(alarm(0)));
         QVERIFY(!status.clear(alarm(0)) && !status.clear(alarm(5)));
         QCOMPARE(updated.count(), 4);
-        QVERIFY(status.hasActiveAlarms() && status.contains(alarm(39)) && !status.contains(alarm(0)));
+        QVERIFY(
+            status.hasActiveAlarms() && status.contains(alarm(39)) && !status.contains(alarm(0)));
         status.printActiveAlarms();
         QStringList lines;
         for (const LogCapture::Line &line : log.lines())
             lines << QString::number(line.type) + ' ' + line.text;
         QCOMPARE(lines,
             QStringList({ "2 raise Alarm raised: 42", "2 raise Alarm raised: 0",
-                "2 raise Alarm raised: 39", "4 clear Alarm cleared: 0",
-                "2 printActiveAlarms 42", "2 printActiveAlarms 39" }));
+                "2 raise Alarm raised: 39", "4 clear Alarm cleared: 0", "2 printActiveAlarms 42",
+                "2 printActiveAlarms 39" }));
         QVERIFY(status.clear(alarm(42)) && status.clear(alarm(39)));
         QVERIFY(!status.hasActiveAlarms());
     }

@@ -228,10 +228,10 @@ private slots:
         QTest::addColumn<QString>("format");
         QTest::addColumn<Words>("words");
         QTest::addColumn<double>("expected");
-        const auto row = [](const char *name, const char *format, const Words &words,
-                             double expected) {
-            QTest::newRow(name) << QString(format) << words << expected;
-        };
+        const auto row
+            = [](const char *name, const char *format, const Words &words, double expected) {
+                  QTest::newRow(name) << QString(format) << words << expected;
+              };
         row("lsw: high word counts 65536", "int32 lsw", { 0xE240, 0x0001 }, 123456);
         row("lsw: negative", "int32 lsw", { 0xFB2E, 0xFFFF }, -1234);
         row("lsw: minimum", "int32 lsw", { 0x0000, 0x8000 }, std::numeric_limits<qint32>::min());
@@ -701,7 +701,8 @@ fault=frozen
         // 122 good polls, then one error in three attempts.
         QCOMPARE(meter.getErrorRate(), 100.0 / 125);
         QCOMPARE(meter.errorTally(),
-            (QMap<QString, int> { { "Stale value reset", 1 }, { "Slave device or server failure", 1 } }));
+            (QMap<QString, int> {
+                { "Stale value reset", 1 }, { "Slave device or server failure", 1 } }));
         QCOMPARE(lost.size(), 0);
         Clock::advance(14000);
         poll(meter);
@@ -714,7 +715,8 @@ fault=frozen
         poll(meter);
         poll(meter);
         QCOMPARE(error.size(), 1);
-        QCOMPARE(error.first().first().toString(), QStringLiteral("Slave device or server failure"));
+        QCOMPARE(
+            error.first().first().toString(), QStringLiteral("Slave device or server failure"));
         Clock::advance(86400000);
         poll(meter);
         QCOMPARE(error.size(), 2);

@@ -29,7 +29,6 @@ QByteArray frame(quint8 moreFollows, quint8 next, const QList<QPair<quint8, QByt
 const QList<QPair<quint8, QByteArray>> siemens { { 0, "SIEMENS" }, { 1, "PAC3220" },
     { 2, "V3.2.1" } };
 
-
 // One simulated device per loopback address; .25 has nothing listening.
 const QString pacAddress = "127.0.0.21";
 const QString em24Address = "127.0.0.22";
@@ -152,8 +151,8 @@ private slots:
     {
         if (!MeterSimulator::canServeModbusTcp())
             return;
-        QVERIFY(_simulator.start(QString(),
-            { "--tcp", pacAddress + ":PAC3220", "--tcp", em24Address + ":EM24:1650" }));
+        QVERIFY(_simulator.start(
+            QString(), { "--tcp", pacAddress + ":PAC3220", "--tcp", em24Address + ":EM24:1650" }));
         for (const QString &address : { pacAddress, em24Address })
             QVERIFY(_simulator.command("fault " + address + " frozen"));
         QVERIFY(_simulator.command("set " + pacAddress + " energy 1000.5"));
@@ -211,10 +210,12 @@ private slots:
     {
         QTest::addColumn<QString>("mode");
         QTest::addColumn<QString>("logged");
-        QTest::newRow("no answer") << "noanswer" << "failed to get response from \"127.0.0.22\"";
+        QTest::newRow("no answer") << "noanswer"
+                                   << "failed to get response from \"127.0.0.22\"";
         QTest::newRow("connection closed") << "close"
                                            << "failed to get response from \"127.0.0.22\"";
-        QTest::newRow("exception") << "exception" << "got an unexpected response length";
+        QTest::newRow("exception") << "exception"
+                                   << "got an unexpected response length";
     }
 
     void identificationFailuresFallBackToTheModelCode()

@@ -50,11 +50,11 @@ quint16 readRegister(ModbusManager &manager, Channel channel, int slave, int add
         [&](auto done) { manager.readRegister(channel, slave, address, done); });
 }
 
-
 } // namespace
 
 // The Modbus transport: a channel's context queue in a thread of its own, and the manager that sets
-// the channel up and borrows its context for single registers. The line is a pty pair with a libmodbus slave (id 7) on the far end.
+// the channel up and borrows its context for single registers. The line is a pty pair with a
+// libmodbus slave (id 7) on the far end.
 class TestModbus : public QObject
 {
     Q_OBJECT
@@ -285,8 +285,8 @@ private slots:
         }
         order.removeDuplicates();
         QCOMPARE(order.mid(0, 4),
-            QStringList({ "TCP meters asked", "_setupModbusChannel Setting up",
-                "RTU meters asked", "_setupModbusChannel Adding meter" }));
+            QStringList({ "TCP meters asked", "_setupModbusChannel Setting up", "RTU meters asked",
+                "_setupModbusChannel Adding meter" }));
     }
 
     void lookups()

@@ -73,8 +73,8 @@ private slots:
         QFile copy(directory.filePath("meterd.service"));
         QVERIFY(copy.open(QIODevice::WriteOnly));
         copy.write(QString(_unit)
-                       .replace(QRegularExpression("^(ExecStart=[-@+!:]*)/",
-                                    QRegularExpression::MultilineOption),
+                       .replace(QRegularExpression(
+                                    "^(ExecStart=[-@+!:]*)/", QRegularExpression::MultilineOption),
                            "\\1" + _root.path() + "/")
                        .toUtf8());
         copy.close();
@@ -104,18 +104,21 @@ private slots:
         QTest::addColumn<QString>("reply"); // empty: refused by the bus
         const QString m = QStringLiteral("com.ovra.slavecontroller.MeasurementManager.");
         const QStringList write { "uint16:7", "uint16:4356", "uint16:2222" };
-        QTest::newRow("nobody reads") << "nobody" << m + "metervalues"
-                                      << QStringList { "string:modbus/1/7" } << "array [";
-        QTest::newRow("nobody owns") << "nobody" << "org.freedesktop.DBus.RequestName"
-                                     << QStringList { "string:com.ovra.slavecontroller", "uint32:0" }
-                                     << "";
+        QTest::newRow("nobody reads")
+            << "nobody" << m + "metervalues" << QStringList { "string:modbus/1/7" } << "array [";
+        QTest::newRow("nobody owns")
+            << "nobody"
+            << "org.freedesktop.DBus.RequestName"
+            << QStringList { "string:com.ovra.slavecontroller", "uint32:0" } << "";
         QTest::newRow("nobody writes") << "nobody" << m + "setModbusRegister" << write << "";
         // The daemon's methods under another interface name must not slip past the policy.
         QTest::newRow("nobody disables, other interface")
-            << "nobody" << "local.MeasurementManager.setDisabled"
+            << "nobody"
+            << "local.MeasurementManager.setDisabled"
             << QStringList { "string:modbus/1/7", "boolean:true" } << "";
-        QTest::newRow("nobody tests RS-485") << "nobody" << "com.ovra.outletmanager.pts.TestRS485"
-                                             << QStringList {} << "";
+        QTest::newRow("nobody tests RS-485")
+            << "nobody"
+            << "com.ovra.outletmanager.pts.TestRS485" << QStringList {} << "";
         QTest::newRow("root writes") << "root" << m + "setModbusRegister" << write << "true";
         QTest::newRow("root reads back") << "root" << m + "readModbusRegister"
                                          << QStringList { "uint16:7", "uint16:4356" } << "2222";
@@ -143,8 +146,9 @@ private slots:
                 QStringLiteral("--regid=%1").arg(account->pw_gid), "--clear-groups", "dbus-send",
                 "--bus=" + _rig->busAddress(), "--print-reply",
                 toBus ? "--dest=org.freedesktop.DBus" : "--dest=com.ovra.slavecontroller",
-                toBus ? "/org/freedesktop/DBus" : member.contains(".pts.") ? "/pts"
-                                                                           : "/MeasurementManager",
+                toBus                          ? "/org/freedesktop/DBus"
+                    : member.contains(".pts.") ? "/pts"
+                                               : "/MeasurementManager",
                 member }
                 + arguments);
         QVERIFY(call.waitForFinished(30000));

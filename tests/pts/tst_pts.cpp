@@ -56,7 +56,8 @@ private slots:
         daemon.setProcessEnvironment(environment);
         daemon.setStandardErrorFile(files.path("meterd.log"));
         daemon.start(METERD_BINARY, {});
-        QVERIFY(notify.receive(10000).startsWith("READY=1\nSTATUS=Processing requests...\nMAINPID="));
+        QVERIFY(
+            notify.receive(10000).startsWith("READY=1\nSTATUS=Processing requests...\nMAINPID="));
         const QString answer = wired ? "b true" : "b false";
         QCOMPARE(testRs485(), answer);
         QCOMPARE(testRs485(), answer);
