@@ -401,16 +401,6 @@ private slots:
         QTest::newRow("meter 4 as text") << "meter" << QVariant("4") << 4 << "";
         QTest::newRow("meter 5") << "meter" << QVariant(5) << -1 << meter + "5";
         QTest::newRow("meter text") << "meter" << QVariant("abc") << 0 << meter + "\"abc\"";
-        const QString connector = "EvseManagerTypes::ConnectorType "
-                                  "SettingValue::toConnectorType() const Invalid connector type: ";
-        QTest::newRow("connector 3") << "connector" << QVariant("3") << 3 << "";
-        QTest::newRow("connector 4") << "connector" << QVariant(4) << 0 << connector + "4";
-        QTest::newRow("connector -1") << "connector" << QVariant(-1) << 0 << connector + "-1";
-        const QString lock
-            = "PlugLockEngine SettingValue::toLockEngineType() const Unknown lock type: ";
-        QTest::newRow("lock 3") << "lock" << QVariant("3") << 3 << "";
-        QTest::newRow("lock 4") << "lock" << QVariant(4) << 0 << lock + "4";
-        QTest::newRow("lock text") << "lock" << QVariant("motor") << 0 << lock + "\"motor\"";
         const QString corvix = "CorvixType SettingValue::toCorvixType() const Invalid parameter "
                                "for CorvixType:  ";
         QTest::newRow("corvix 2") << "corvix" << QVariant("2") << 2 << "";
@@ -427,8 +417,6 @@ private slots:
         QFETCH(QString, message);
         const QMap<QString, std::function<int(const SettingValue &)>> convert {
             { "meter", [](const SettingValue &v) { return v.toEnergyMeterType(); } },
-            { "connector", [](const SettingValue &v) { return int(v.toConnectorType()); } },
-            { "lock", [](const SettingValue &v) { return v.toLockEngineType(); } },
             { "corvix", [](const SettingValue &v) { return int(v.toCorvixType()); } },
             { "cxair", [](const SettingValue &v) { return int(v.isCxAir()); } },
         };
@@ -476,20 +464,14 @@ private slots:
         QTest::addColumn<QString>("message");
         QTest::newRow("channel 3") << "modbus/3/5"
                                    << "\"3\"  is not a valid channel";
-        QTest::newRow("address 0") << "modbus/1/0"
-                                   << "\"0\"  is not a valid address";
         QTest::newRow("address 256") << "modbus/1/256"
                                      << "\"256\"  is not a valid address";
         QTest::newRow("channel text") << "modbus/x/5"
                                       << "\"x\"  is not a number";
         QTest::newRow("address past 32 bits") << "modbus/1/4294967301"
                                               << "\"4294967301\"  is not a number";
-        QTest::newRow("too few parts") << "modbus/1"
-                                       << "Invalid format: \"modbus/1\"";
         QTest::newRow("too many parts") << "modbus/1/2/3"
                                         << "Invalid format: \"modbus/1/2/3\"";
-        QTest::newRow("capital M") << "Modbus/1/5"
-                                   << "Invalid format: \"Modbus/1/5\"";
     }
 
     void rejected()

@@ -308,11 +308,8 @@ private slots:
                              const char *published, const char *logged, bool writes = false) {
             QTest::newRow(name) << model << changes << published << logged << writes;
         };
-        row("EM111 13 serial bytes", "EM111", {}, "EM111_AV7:BV12300450017 101 0", "Rev  1");
         row("EM210V flag set gives 2", "EM210", { { 11, { 211 } }, { 50, { 0x0100 } } },
             "EM210V:ABC1234 211 2", "Rev  5  ID  211  Year  2021", true);
-        row("EM24 versions", "EM24", {}, "EM24DINAV53XE1PFB:DE0123456789AB 1653 0",
-            "comm ver: v1.2.3 measure ver: v2.1.16");
         row("EM24 code past the names", "EM24", { { 11, { 1654 } } },
             "UNKNOWN:DE0123456789AB 1654 0", "id: 1654");
         row("EM26 flag set gives 2", "EM26", {}, "EM26_96_AV6:KY9876543210 79 2", "Year  1");
@@ -321,7 +318,6 @@ private slots:
         row("EM330 without production year", "EM340", { { 11, { 331 } }, { 50, { 3 } } },
             "EM330_AV6:BX2019000123YZ 331 2", "Unable to get production year.", true);
         // The EM500 series: serials with the first character in the high byte.
-        row("EM511", "EM511", {}, "EM511:EM511SN0000042 1794 0", "Firmware:  v1.2.3");
         row("EM580 year as extra value", "EM580", {}, "EM580:EM580SN0000099 1843 2023",
             "Communication firmware:  v2.1.16");
         // The extra value tells the phase sequence: 1 forward, 2 reversed, 0 unknown.
