@@ -72,30 +72,6 @@ private slots:
         }
     }
 
-    void platformOption_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("no arguments") << QStringList { "meterd" } << "inherited";
-        QTest::newRow("one") << QStringList { "meterd", "--platform=/a.ini" } << "/a.ini";
-        QTest::newRow("last wins")
-            << QStringList { "meterd", "--platform=/a.ini", "--platform=/b.ini" } << "/b.ini";
-        QTest::newRow("without equals")
-            << QStringList { "meterd", "--platform", "/a.ini" } << "inherited";
-        QTest::newRow("empty value") << QStringList { "meterd", "--platform=" } << "";
-        QTest::newRow("executable path counts")
-            << QStringList { "--platform=/self.ini" } << "/self.ini";
-    }
-
-    void platformOption()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, expected);
-        ScopedEnvironment platform("CM_PLATFORMINI", "inherited");
-        MeterManager::applyPlatformOptions(arguments);
-        QCOMPARE(qEnvironmentVariable("CM_PLATFORMINI"), expected);
-    }
-
     // The journal's priority before the category; the terminal's colours; the plain text.
     void messagePatterns_data()
     {

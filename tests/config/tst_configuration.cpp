@@ -171,21 +171,6 @@ private slots:
         QCOMPARE(log.count(category, QtMsgType(type), message), 1);
     }
 
-    void outletReaders()
-    {
-        Unit unit(platformIni + "[outlet/2]\nplc_capable=1\n", chargemanagerIni);
-        auto manager = unit.manager();
-        QCOMPARE(manager->evseId(1).toString(), QStringLiteral("NL*OVR*E1"));
-        QCOMPARE(manager->evseId(2).toString(), QStringLiteral("ZZ000E2"));
-        QCOMPARE(manager->chargeModePriority(1).toString(), QStringLiteral("only_basic"));
-        QCOMPARE(manager->plcModem(2).toString(), QStringLiteral("none"));
-        QCOMPARE(manager->plcCapable(2).toInt(), 1);
-        LogCapture log;
-        QVERIFY(!manager->evseId(3).isValid());
-        QVERIFY(!manager->plcCapable(4294967295u).isValid());
-        QCOMPARE(log.count("Unhandled parameter!"), 2);
-    }
-
     // The feedback meters of corvix.ini, read only when the charge manager runs a local grid
     // with feedback meters and the file is there.
     void feedbackMeters_data()

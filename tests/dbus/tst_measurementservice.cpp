@@ -559,17 +559,6 @@ private slots:
             qPrintable(result.out));
     }
 
-    // Numbers in hexadecimal or decimal; leading zeros are decimal.
-    void meterctlRegisterRoundTrip()
-    {
-        const Run write = runMeterctl(_rig->busAddress(), { "write", "7", "0x1104", "0xFFFF" });
-        QVERIFY2(write.exitCode == 0 && write.out == "ok\n", qPrintable(describe(write)));
-        QCOMPARE(runMeterctl(_rig->busAddress(), { "read", "0x7", "04356" }).out,
-            QStringLiteral("65535\n"));
-        const Run json = runMeterctl(_rig->busAddress(), { "--json", "read", "7", "0x1104" });
-        QCOMPARE(QJsonDocument::fromJson(json.out.toUtf8())["value"].toInt(-1), 65535);
-    }
-
     // One line on standard error, nothing on standard output, and the exit code: 2 for usage,
     // 1 for a failed request, 3 when meterd cannot be reached.
     void meterctlFailures_data()
@@ -583,12 +572,8 @@ private slots:
             QTest::newRow(name) << bus << arguments << code << reason;
         };
         row("unknown command", "rig", { "status" }, 2, "unknown command \"status\"");
-        row("malformed path", "rig", { "show", "modbus/3/7" }, 2, "malformed meter path");
-        row("slave address out of range", "rig", { "read", "248", "1" }, 2,
-            "ADDR must be a number");
         row("no such meter", "rig", { "show", "modbus/1/99" }, 1, "no such meter: modbus/1/99");
         row("write refused", "rig", { "write", "7", "0", "1" }, 1, "failed");
-        row("loop test of a configured unit", "rig", { "test-rs485" }, 3, "production-test mode");
         row("no daemon", "empty", { "watch", "--count", "1" }, 3, "meterd is not running");
         row("no bus", "", { "list" }, 3, "cannot reach the D-Bus system bus");
     }

@@ -164,15 +164,6 @@ private slots:
         QCOMPARE(log.count("Status changed"), 3);
     }
 
-    void categoryName()
-    {
-        QCOMPARE(FakeEnergyMeter(QStringLiteral("modbus.7")).categoryName(),
-            QStringLiteral("meter.modbus.7"));
-        const QString longName(100, QLatin1Char('x'));
-        QCOMPARE(
-            FakeEnergyMeter(longName).categoryName(), QStringLiteral("meter.") + longName.left(57));
-    }
-
     void maxCurrent_data()
     {
         QTest::addColumn<QList<double>>("currents");

@@ -312,14 +312,6 @@ private slots:
         QVERIFY(!manager->tcpMeter("192.168.0.10"));
     }
 
-    void tcpMetersWithoutSupport()
-    {
-        LogCapture log;
-        auto manager = makeManager({}, { "127.0.0.2" });
-        QVERIFY(!manager->tcpMeter("127.0.0.2"));
-        QCOMPARE(log.count("No Modbus TCP meter support"), 1);
-    }
-
     void registerFailures_data()
     {
         QTest::addColumn<int>("channel");

@@ -1,18 +1,15 @@
 #include "meterdrig.h"
-#include "modbusmanager.h"
 
 #include <QFile>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <pwd.h>
 #include <unistd.h>
 
-// The daemon as installed: its systemd unit, checked by systemd, and its system bus policy,
-// enforced by a bus configured like Debian's system bus with the real meterd on it and callers
-// running as root and as nobody.
+// The daemon as installed: its system bus policy, enforced by a bus configured like Debian's
+// system bus with the real meterd on it and callers running as root and as nobody.
 namespace {
 
 // Runs a program to its end: its standard output and error, behind "failed: " unless it
@@ -32,17 +29,6 @@ QString run(const QString &program, const QStringList &arguments, const QString 
     return finished && process.exitCode() == 0 ? output : "failed: " + output;
 }
 
-// The values a unit assigns to a key, in order.
-QStringList unitValues(const QString &unit, const QString &key)
-{
-    QStringList values;
-    for (const QString &line : unit.split('\n')) {
-        if (line.section('=', 0, 0).trimmed() == key)
-            values << line.section('=', 1).trimmed();
-    }
-    return values;
-}
-
 } // namespace
 
 class TestService : public QObject
@@ -50,7 +36,6 @@ class TestService : public QObject
     Q_OBJECT
 
     QTemporaryDir _root; // the install tree
-    QString _unit;
     std::unique_ptr<MeterdRig> _rig;
 
 private slots:
@@ -59,39 +44,7 @@ private slots:
         const QString install
             = run(METERD_CMAKE, { "--install", METERD_BUILD_DIR }, "DESTDIR=" + _root.path());
         QVERIFY2(!install.startsWith("failed: "), qPrintable(install));
-        QFile unit(_root.path() + METERD_INSTALLED_UNIT);
-        QVERIFY2(unit.open(QIODevice::ReadOnly), METERD_INSTALLED_UNIT " is not installed");
-        _unit = QString::fromUtf8(unit.readAll());
-    }
-
-    // systemd accepts the installed unit, its ExecStart pointed at the installed binary, without
-    // a remark; it takes the daemon's 45 s keep-alives; and the device cgroup lets meterd open
-    // its RS-485 channels at the paths it uses by default.
-    void unit()
-    {
-        QTemporaryDir directory;
-        QFile copy(directory.filePath("meterd.service"));
-        QVERIFY(copy.open(QIODevice::WriteOnly));
-        copy.write(QString(_unit)
-                       .replace(QRegularExpression(
-                                    "^(ExecStart=[-@+!:]*)/", QRegularExpression::MultilineOption),
-                           "\\1" + _root.path() + "/")
-                       .toUtf8());
-        copy.close();
-        QCOMPARE(run("systemd-analyze", { "verify", "--man=no", copy.fileName() }).trimmed(),
-            QString(""));
-        QCOMPARE(unitValues(_unit, "Type"), QStringList { "notify" });
-        const QStringList watchdog = unitValues(_unit, "WatchdogSec");
-        QCOMPARE(watchdog.size(), 1);
-        const QString span = run("systemd-analyze", { "timespan", watchdog.constFirst() });
-        QVERIFY2(QRegularExpression("μs: (\\d+)").match(span).captured(1).toLongLong()
-                > 45 * 1000 * 1000,
-            qPrintable(span));
-        qunsetenv("CM_MODBUS_EXT_DEVICE");
-        qunsetenv("CM_MODBUS_OCU_DEVICE");
-        for (Channel channel : { Channel::External, Channel::Internal })
-            QVERIFY(unitValues(_unit, "DeviceAllow")
-                        .contains(ModbusManager::devicePath(channel) + " rw"));
+        QVERIFY2(QFile::exists(_root.path() + METERD_INSTALLED_UNIT), "the unit is not installed");
     }
 
     // Everybody may read meters; only root may own the name or change anything. A write that is
