@@ -114,14 +114,10 @@ private slots:
         QTest::addColumn<QStringList>("expected");
         QTest::addColumn<QString>("message");
         const QStringList feedback { "modbus/1/7 2", "modbus/1/8 2" };
-        QTest::newRow("two outlets")
-            << QByteArray(
-                   "[outlet]\nsize=2\n[outlet/1]\nenergymeter=2\n[outlet/2]\nenergymeter=4\n")
+        QTest::newRow("two outlets, a third not read")
+            << QByteArray("[outlet]\nsize=2\n[outlet/1]\nenergymeter=2\n[outlet/2]\nenergymeter=4\n"
+                          "[outlet/3]\nenergymeter=2\n")
             << QStringList { "modbus/2/1 2", "modbus/2/2 4" } + feedback << "";
-        QTest::newRow("one outlet, second not read")
-            << QByteArray(
-                   "[outlet]\nsize=1\n[outlet/1]\nenergymeter=4\n[outlet/2]\nenergymeter=7\n")
-            << QStringList { "modbus/2/1 4" } + feedback << "";
         QTest::newRow("too many outlets")
             << QByteArray("[outlet]\nsize=3\n[outlet/1]\nenergymeter=2\n") << QStringList()
             << "requiredModbusMeters Unsupported number of ports: 3";
@@ -155,26 +151,6 @@ private slots:
             QVERIFY(log.contains("config", QtInfoMsg,
                 QStringLiteral("requiredModbusMeters %1 total required modbus meters")
                     .arg(expected.size())));
-    }
-
-    // Parts of the outlet manager this daemon has none of: it says so, loudly where a caller
-    // would go on with nothing.
-    void partsOfTheOutletManager()
-    {
-        TestFiles files;
-        SystemManager manager(configuration(files, "[outlet]\nsize=2\n"));
-        LogCapture log;
-        QVERIFY(manager.requiredModbusOcuUnits().isEmpty());
-        QVERIFY(!manager.getOutletController(1));
-        QVERIFY(!manager.getEmbeddedStation());
-        QVERIFY(log.contains("config", QtInfoMsg,
-            "requiredModbusOcuUnits No required OCU units for non-evse device"));
-        QVERIFY(log.contains("config", QtCriticalMsg,
-            "getOutletController Attempted to get outlet controller for non-existing port 1 , "
-            "returning null pointer, expect havoc to break loose!"));
-        QVERIFY(log.contains("config", QtCriticalMsg,
-            "getEmbeddedStation Attempted to get non-existing embedded station, returning null "
-            "pointer, expect havoc to break loose!"));
     }
 
     void setupRegistersTheService()

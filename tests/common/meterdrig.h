@@ -38,8 +38,6 @@ public:
         const QStringList &arguments = {}) const;
     // Sends a command line to the simulator; true when it answered "ok".
     bool simulator(const QString &command) { return _simulator.command(command); }
-    // The requests the simulator got for one slave; see MeterSimulator::requests.
-    QStringList simulatorRequests(int slave) const { return _simulator.requests(slave); }
 
 private:
     TestFiles _files;

@@ -60,18 +60,13 @@ PrivateBus::PrivateBus(const QString &policyDirectory)
                      .toUtf8());
     config.close();
 
-    // Standard error goes to a file, which no pipe limits however long the bus runs. The
-    // configuration is read, and its errors written, before the address is printed.
-    const QString log = _dir.filePath(QStringLiteral("dbus-daemon.log"));
-    _daemon.setStandardErrorFile(log);
+    // Standard error goes to a file, which no pipe limits however long the bus runs.
+    _daemon.setStandardErrorFile(_dir.filePath(QStringLiteral("dbus-daemon.log")));
     _daemon.start(QStringLiteral("dbus-daemon"),
         { QStringLiteral("--config-file=") + config.fileName(), QStringLiteral("--nofork"),
             QStringLiteral("--print-address=1") });
     if (_daemon.waitForStarted() && _daemon.waitForReadyRead(10000))
         _address = QString::fromUtf8(_daemon.readLine()).trimmed();
-    QFile errors(log);
-    if (errors.open(QIODevice::ReadOnly))
-        _startupLog = QString::fromUtf8(errors.readAll());
 }
 
 PrivateBus::~PrivateBus()

@@ -20,13 +20,9 @@ public:
 
     bool isReady() const { return !_address.isEmpty(); }
     QString address() const { return _address; }
-    // What dbus-daemon reported while it read its configuration. A policy file that does not
-    // parse is only reported there: the bus starts without it, as the real system bus does.
-    QString startupLog() const { return _startupLog; }
 
 private:
     QTemporaryDir _dir;
     QProcess _daemon;
     QString _address;
-    QString _startupLog;
 };

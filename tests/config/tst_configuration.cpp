@@ -117,8 +117,6 @@ private slots:
             << env << quint32(Settings::FirmwareVersion) << QVariant("4.2.0-rc1");
         QTest::newRow("V vendor from platform.ini")
             << env << quint32(Settings::ChargingStationVendor) << QVariant("PlatformVendor");
-        QTest::newRow("V model version only from the environment")
-            << env << quint32(Settings::ChargingStationModelVersion) << QVariant("N/A");
         QTest::newRow("V vendor from the environment")
             << identity << quint32(Settings::ChargingStationVendor) << QVariant("EnvVendor");
         QTest::newRow("V model version from the environment")
@@ -148,8 +146,6 @@ private slots:
         QTest::addColumn<QString>("category");
         QTest::addColumn<int>("type");
         QTest::addColumn<QString>("message");
-        QTest::newRow("heartbeat") << quint32(Settings::HeartbeatInterval) << "default"
-                                   << int(QtWarningMsg) << "Unimplemented code.";
         QTest::newRow("other virtual")
             << quint32(Settings::ChargeProfileMaxStackLevel) << "config" << int(QtCriticalMsg)
             << "Unhandled parameter! \"ocpp/ChargeProfileMaxStackLevel\" \"20\" 5";
@@ -192,10 +188,6 @@ private slots:
             << QByteArray("localcontroller=2\n") << mixed << QStringList() << QStringList() << 0;
         QTest::newRow("no corvix.ini")
             << feedback << QByteArray() << QStringList() << QStringList() << 0;
-        QTest::newRow("file order, duplicates kept")
-            << feedback
-            << QByteArray("[a]\nmeter=modbus/1/9\n[b]\nmeter=modbus/2/3\n[c]\nmeter=modbus/1/9\n")
-            << QStringList { "modbus/1/9", "modbus/2/3", "modbus/1/9" } << QStringList() << 0;
         QTest::newRow("both deprecated keys, never tcp")
             << feedback
             << QByteArray("[old]\ngcumeter=modbus/1/4\nmeterpath=modbus/1/5\n[tcp]\n"
@@ -321,7 +313,6 @@ private slots:
         QTest::newRow("first line, trimmed") << QByteArray("  v7 \t\n4.5.6\n") << "v7";
         QTest::newRow("first 20 bytes")
             << QByteArray("0123456789abcdefghijKLMNOP\n") << "0123456789abcdefghij";
-        QTest::newRow("empty first line") << QByteArray("\n2.0\n") << "";
         QTest::newRow("missing") << QByteArray() << "N/A";
     }
 

@@ -573,7 +573,6 @@ private slots:
         };
         row("unknown command", "rig", { "status" }, 2, "unknown command \"status\"");
         row("no such meter", "rig", { "show", "modbus/1/99" }, 1, "no such meter: modbus/1/99");
-        row("write refused", "rig", { "write", "7", "0", "1" }, 1, "failed");
         row("no daemon", "empty", { "watch", "--count", "1" }, 3, "meterd is not running");
         row("no bus", "", { "list" }, 3, "cannot reach the D-Bus system bus");
     }

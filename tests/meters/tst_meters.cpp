@@ -192,9 +192,6 @@ private slots:
         QTest::newRow("external") << "modbus/1/7"
                                   << "modbus/1/7"
                                   << "";
-        QTest::newRow("internal") << "modbus/2/5"
-                                  << "modbus/2/5"
-                                  << "";
         QTest::newRow("address cut to 8 bits") << "modbus/1/300"
                                                << "modbus/1/44"
                                                << "";
@@ -216,9 +213,6 @@ private slots:
         QTest::newRow("trafo") << "trafo/1"
                                << ""
                                << "Upstream trafo measurement not implemented";
-        QTest::newRow("trafo not a number") << "trafo/x"
-                                            << ""
-                                            << "\"x\"  not a number";
         QTest::newRow("pulse") << "pulse/3"
                                << ""
                                << "Upstream pulse/trafo measurement not implemented";
