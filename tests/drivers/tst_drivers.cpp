@@ -48,30 +48,16 @@ const QMap<QString, std::unique_ptr<ModbusRegisterReader> (*)(ModbusReaderParent
         { "EM580", make<ModbusEM580> }, { "GM3D", make<ModbusGM3D> },
         { "GM3T", make<ModbusGM3T> } };
 
-// Text as the older meters store it: two bytes per register, the first one in the low byte.
-Words textWords(const QByteArray &text)
+// Text two bytes to a register: the first in the low byte, as the older meters store it, or in
+// the high byte, as the EM500 series does.
+Words textWords(const QByteArray &text, bool highByteFirst = false)
 {
     Words words;
-    for (qsizetype i = 0; i < text.size(); i += 2)
-        words.append(quint8(text.at(i)) | (i + 1 < text.size() ? quint8(text.at(i + 1)) << 8 : 0));
-    return words;
-}
-
-// Text as the EM500 series stores it: the first character of a register in its high byte.
-Words textWordsHighFirst(const QByteArray &text)
-{
-    Words words;
-    for (qsizetype i = 0; i < text.size(); i += 2)
-        words.append(quint8(text.at(i)) << 8 | (i + 1 < text.size() ? quint8(text.at(i + 1)) : 0));
-    return words;
-}
-
-// INT32s as two registers each, less significant word first.
-Words int32s(std::initializer_list<qint32> values)
-{
-    Words words;
-    for (qint32 value : values)
-        words << quint16(quint32(value) & 0xFFFF) << quint16(quint32(value) >> 16);
+    for (qsizetype i = 0; i < text.size(); i += 2) {
+        const quint8 first = quint8(text.at(i));
+        const quint8 second = i + 1 < text.size() ? quint8(text.at(i + 1)) : 0;
+        words.append(highByteFirst ? first << 8 | second : second << 8 | first);
+    }
     return words;
 }
 
@@ -92,31 +78,21 @@ RegisterMap staticRegisters(const QString &model)
             { 0x1300, textWords("KY9876") + Words { 0 } + textWords("543210") } };
     if (model == QLatin1String("EM511"))
         return { { 770, { 0x1203 } }, { 11, { 1794 } },
-            { 0x5000, textWordsHighFirst("EM511SN0000042") } };
+            { 0x5000, textWords("EM511SN0000042", true) } };
     if (model == QLatin1String("EM540"))
         return { { 770, { 3 } }, { 771, { 1 } }, { 11, { 1762 } },
             { 0x5000, textWords("BY2110000042001X") }, { 50, { 0xFFFF } } };
     if (model == QLatin1String("EM580"))
         return { { 770, { 0x1203, 0x2110 } }, { 11, { 1843 } },
-            { 0x5000, textWordsHighFirst("EM580SN0000099") + Words { 2023 } } };
+            { 0x5000, textWords("EM580SN0000099", true) + Words { 2023 } } };
     if (model == QLatin1String("GM3D"))
         return { { 770, { 2, 1 } }, { 11, { 64 } }, { 16, { 2020 } }, { 0x1103, { 5 } },
-            { 0x1104, int32s({ 123456789 }) } };
+            { 0x1104, { 0xCD15, 0x075B } } };
     if (model == QLatin1String("GM3T"))
         return { { 770, { 1 } }, { 771, { 2 } }, { 11, { 70 } }, { 50, { 1 } },
             { 0x5000, textWords("GM3T0000000007") } };
     return { { 770, { 1, 2 } }, { 11, { 341 } }, { 50, { 0 } },
         { 0x5000, textWords("BX2019000123YZ") } };
-}
-
-// An EM111 (single phase) with 230.0 V, 5.000 A, 1150.0 W and 42.0 kWh.
-void loadEm111(RegisterSlave &slave, quint16 idCode = 101)
-{
-    slave.setRegisters(770, { 1, 0 });
-    slave.setRegister(11, idCode);
-    slave.setRegisters(0x5000, { 0x4D45, 0x3131, 0x0031, 0, 0, 0, 0 }); // "EM111"
-    slave.setRegisters(0, { 2300, 0, 5000, 0, 11500, 0 });
-    slave.setRegisters(20, { 420, 0 });
 }
 
 modbus_t *connectedContext(const QString &device)
@@ -653,7 +629,10 @@ fault=frozen
     // after an hour once the meter has been up a day and then once a day, and faulty at 120 s.
     void pollLifecycle()
     {
-        loadEm111(*_slave);
+        // An EM111 with 230.0 V, 5.000 A, 1150.0 W and 42.0 kWh.
+        loadRegisters(staticRegisters("EM111"));
+        _slave->setRegisters(0, { 2300, 0, 5000, 0, 11500, 0 });
+        _slave->setRegisters(20, { 420, 0 });
         ModbusMeter meter(slaveAddress, 2);
         QSignalSpy updated(&meter, &ModbusMeter::valuesUpdated);
         QSignalSpy lost(&meter, &ModbusMeter::connectionLost);
@@ -665,7 +644,7 @@ fault=frozen
         QCOMPARE(QList<double>({ meter.voltage(1), meter.current(1), meter.power(),
                      meter.totalEnergy(), meter.getErrorRate() }),
             QList<double>({ 230.0, 5.0, 1150.0, 42.0, 0.0 }));
-        QCOMPARE(meter.info(), QStringLiteral("EM111_AV7:EM111"));
+        QCOMPARE(meter.info(), QStringLiteral("EM111_AV7:BV12300450017"));
         QVERIFY(std::isnan(meter.sessionEnergy()));
 
         const int requests = _slave->requestCount();
