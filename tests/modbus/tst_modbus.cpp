@@ -1,9 +1,10 @@
 #include "clock.h"
 #include "configurationmanager.h"
-#include "fakeunit.h"
+#include "fakeenergymeter.h"
 #include "logcapture.h"
 #include "modbuscontextqueue.h"
 #include "modbusmanager.h"
+#include "modbusunit.h"
 #include "ptypair.h"
 #include "registerslave.h"
 #include "testfiles.h"
@@ -20,6 +21,44 @@
 #include <vector>
 
 namespace {
+
+// A unit that selects its slave address on the context like a meter does, and whose health the
+// test sets. It is also an energy meter (with no values) so that lookups can hand it out.
+class FakeUnit : public ModbusUnit, public FakeEnergyMeter
+{
+public:
+    explicit FakeUnit(int address)
+        : FakeEnergyMeter(QStringLiteral("fake.") + QString::number(address))
+        , address(address)
+    {
+    }
+
+    void useContext(modbus_t *context) override
+    {
+        ++uses;
+        contextWasNull = context == nullptr;
+        if (context)
+            modbus_set_slave(context, address);
+        if (blockMs > 0)
+            QThread::msleep(ulong(blockMs.load()));
+    }
+    bool isStale() const override { return stale; }
+    bool isFaulty() const override { return faulty; }
+    int unitType() const override { return type; }
+    void setDisabled(bool value) override { disabled = value; }
+    bool isDisabled() const override { return disabled; }
+    void resetStaleValues() override { ++staleResets; }
+
+    const int address;
+    std::atomic<bool> stale { false };
+    std::atomic<bool> faulty { false };
+    std::atomic<bool> disabled { false };
+    std::atomic<int> type { 0 };
+    std::atomic<int> blockMs { 0 };
+    std::atomic<int> uses { 0 };
+    std::atomic<int> staleResets { 0 };
+    std::atomic<bool> contextWasNull { false };
+};
 
 QString transition(int address, const char *from, const char *to)
 {
