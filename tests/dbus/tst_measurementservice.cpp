@@ -37,11 +37,6 @@ fault=frozen
 model=EM210
 current1=1.5
 fault=frozen
-; Identified as an EM540, but with an EM111's registers: every read fails.
-[11]
-model=EM111
-idcode=1762
-fault=frozen
 ; Power from the apparent power of phase 3 (words 28-29); power factors read unsigned, so
 ; -0.001 (0xFFFF) reads 65.535.
 [12]
@@ -93,7 +88,7 @@ QStringList networkMeters()
 QByteArray corvix()
 {
     QByteArray text;
-    for (int address : { 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18 })
+    for (int address : { 7, 8, 9, 10, 12, 13, 14, 15, 16, 17, 18 })
         text += QStringLiteral("[m%1]\nmeter=modbus/1/%2\n")
                     .arg(address, 2, 10, QLatin1Char('0'))
                     .arg(address)
@@ -238,9 +233,9 @@ private slots:
             : QStringLiteral(" \"modbus/127.0.0.31\" \"modbus/127.0.0.32\"");
         QCOMPARE(_rig->busctl("meterList"),
             QStringLiteral("as %1 \"modbus/1/7\" \"modbus/1/8\" \"modbus/1/9\" \"modbus/1/10\" "
-                           "\"modbus/1/11\" \"modbus/1/12\" \"modbus/1/13\" \"modbus/1/14\" "
+                           "\"modbus/1/12\" \"modbus/1/13\" \"modbus/1/14\" "
                            "\"modbus/1/15\" \"modbus/1/16\" \"modbus/1/17\" \"modbus/1/18\"%2")
-                .arg(network.isEmpty() ? 12 : 14)
+                .arg(network.isEmpty() ? 11 : 13)
                 .arg(network));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/7" }), QStringLiteral("b true"));
         QCOMPARE(_rig->busctl("meterExists", "s", { "modbus/1/10" }), QStringLiteral("b true"));
@@ -337,17 +332,6 @@ private slots:
         QVERIFY(_rig->daemonLog().contains("<3>[modbus.meter] useContext No meter detected: 10"));
     }
 
-    void everyReadFailing()
-    {
-        // Identified as an EM540, but the registers of that model are missing: every poll makes
-        // three attempts, each ending in a failure the driver catches, and counts one error.
-        QTRY_VERIFY_WITH_TIMEOUT(
-            !_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).contains("nan"), 10000);
-        QTRY_COMPARE_WITH_TIMEOUT(_rig->busctl("getErrorRate", "s", { "modbus/1/11" }).left(9),
-            QStringLiteral("d 33.3333"), 10000);
-        QCOMPARE(values("modbus/1/11").value("status").toString(), QStringLiteral("NotFound"));
-    }
-
     void registerAccess()
     {
         QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "7", "4356", "1234" }),
@@ -404,8 +388,7 @@ private slots:
         const QList<std::pair<QString, double>> readings { { "modbus/1/7", 5.0 },
             { "modbus/1/8", 9.876 }, { "modbus/1/9", 1.5 } };
         // Only the answering meters are polled, so that the reader takes turns often.
-        for (const char *path : { "modbus/1/10", "modbus/1/11" })
-            service.call("setDisabled", path, true);
+        service.call("setDisabled", "modbus/1/10", true);
         for (int round = 0; round < 25; ++round) {
             const quint16 value = quint16(1000 + round);
             const QList<std::pair<QDBusPendingCall, QVariant>> calls { { write(7, value), true },
@@ -428,8 +411,7 @@ private slots:
             }
         }
         QCOMPARE(_rig->daemonLog().count("could not"), failuresBefore);
-        for (const char *path : { "modbus/1/10", "modbus/1/11" })
-            service.call("setDisabled", path, false);
+        service.call("setDisabled", "modbus/1/10", false);
     }
 
     // Paths and phases no meter has: normal replies with the neutral values, never an error.

@@ -411,6 +411,8 @@ private slots:
         QTest::newRow("third attempt") << QList<bool> { false, false, true } << 1 << 3 << 0 << 1;
         QTest::newRow("no fourth attempt")
             << QList<bool> { false, false, false, true } << 1 << 3 << 1 << 0;
+        QTest::newRow("every poll failing: one error in three")
+            << QList<bool>(30, false) << 10 << 30 << 10 << 0;
         QTest::newRow("then the next poll")
             << QList<bool> { false, false, false, true } << 2 << 4 << 1 << 1;
         QTest::newRow("ten failed polls, two good")
