@@ -258,12 +258,6 @@ private slots:
             expected);
     }
 
-    void nibbleVersion()
-    {
-        QCOMPARE(RegisterDecoding::nibbleVersion(0x2110), QStringLiteral("v2.1.16"));
-        QCOMPARE(RegisterDecoding::nibbleVersion(0xFFFF), QStringLiteral("v15.15.255"));
-    }
-
     // What each model publishes ("model:serial", id code, extra value) and logs.
     void staticRead_data()
     {

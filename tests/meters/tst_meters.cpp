@@ -318,9 +318,6 @@ private slots:
         QTest::newRow("more meters than controllers")
             << 1 << 2 << 1 << false
             << "DerivedTemperature size of I_probes: 2 and chargeController: 1 need to match";
-        QTest::newRow("no current probe")
-            << 2 << 0 << 0 << false
-            << "DerivedTemperature Not enough probes, estimate will not be updated!";
     }
 
     void construction()
