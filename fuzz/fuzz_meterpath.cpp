@@ -12,7 +12,6 @@
 #include "modbusmeter.h"
 #include "modbuspath.h"
 
-#include <QHostAddress>
 #include <QMap>
 #include <QtEndian>
 
@@ -38,7 +37,7 @@ double voltageOf(int n, int phase)
 
 double powerOf(int n)
 {
-    return 1000.0 * n;
+    return 1000.0 * (n + 1);
 }
 
 double energyOf(int n)
@@ -87,11 +86,9 @@ public:
     int size() const { return int(_meters.size()); }
 
 private:
-    int add(const ModbusPath &path, EnergyMeterType type)
+    void add(const ModbusPath &path, EnergyMeterType type)
     {
-        const int n = create(path.address, type);
-        _rtu.insert({ int(path.channel), path.address }, n);
-        return n;
+        _rtu.insert({ int(path.channel), path.address }, create(path.address, type));
     }
 
     void addTcp(const QString &address)
