@@ -35,11 +35,14 @@ public:
     static int minimumPauseMs();
     static void raiseMinimumPauseMs(int ms);
 
-    // These return false or -1 with errno set on failure, like libmodbus itself.
+    // These return false or -1 with errno set on failure, like libmodbus itself. The register
+    // transfers are virtual so that a stand-in unit can answer them without a bus.
     static bool selectSlave(modbus_t *context, int address);
-    int readRegisters(modbus_t *context, int address, int count, quint16 *destination) const;
-    int readInputRegisters(modbus_t *context, int address, int count, quint16 *destination) const;
-    int writeRegister(modbus_t *context, int address, quint16 value) const;
+    virtual int readRegisters(
+        modbus_t *context, int address, int count, quint16 *destination) const;
+    virtual int readInputRegisters(
+        modbus_t *context, int address, int count, quint16 *destination) const;
+    virtual int writeRegister(modbus_t *context, int address, quint16 value) const;
 
 private:
     void _pause() const;

@@ -68,6 +68,13 @@ void FrameReader::extractFrames()
 {
     while (true) {
         const auto length = expectedLength();
+        // A byte count that no request can have: the frame would not fit in an RTU frame.
+        if (length && *length > MaximumFrame) {
+            qCDebug(lcMeterSim) << "dropping frame of" << *length
+                                << "bytes, longer than RTU allows";
+            discardUntilSilence();
+            return;
+        }
         if (!length || *length == UntilSilence || _buffer.size() < *length)
             return;
         const QByteArray frame = _buffer.left(*length);

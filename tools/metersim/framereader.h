@@ -16,6 +16,9 @@ public:
     explicit FrameReader(QObject *parent = nullptr);
 
     void feed(const QByteArray &bytes);
+    // The line has been quiet for 3.5 characters: what is buffered ends here. The reader's own
+    // timer calls it; a caller that knows the line went quiet (the fuzz target) may as well.
+    void onSilence();
 
 signals:
     void frameReceived(const QByteArray &frame);
@@ -24,7 +27,6 @@ private:
     std::optional<qsizetype> expectedLength() const;
     void extractFrames();
     void discardUntilSilence();
-    void onSilence();
 
     QByteArray _buffer;
     QTimer _silence;
