@@ -39,7 +39,10 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
     _meterd.setProcessEnvironment(environment);
     _meterd.setStandardErrorFile(_files.path("meterd.log"));
     _meterd.start(_daemonBinary, {});
-    return _meterd.waitForStarted() && _notify.receive(10000).startsWith("READY=1");
+    if (!_meterd.waitForStarted() || !_notify.receive(10000).startsWith("READY=1"))
+        return false;
+    _notify.keepDraining();
+    return true;
 }
 
 QString MeterdRig::daemonLog() const
