@@ -3,6 +3,7 @@
 #include "daemonenvironment.h"
 
 #include <QFile>
+#include <QThread>
 
 MeterdRig::MeterdRig(
     const QByteArray &scenario, const QByteArray &corvix, const QStringList &networkMeters)
@@ -45,10 +46,29 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
     return true;
 }
 
+bool MeterdRig::daemonRunning()
+{
+    _meterd.waitForFinished(0);
+    return _meterd.state() == QProcess::Running;
+}
+
 QString MeterdRig::daemonLog() const
 {
     QFile log(_files.path("meterd.log"));
     return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+}
+
+bool MeterdRig::waitConnected(const QStringList &paths) const
+{
+    for (int waited = 0; waited < 300; ++waited) {
+        bool all = true;
+        for (const QString &path : paths)
+            all = all && busctl("metervalues", "s", { path }).contains("Connected");
+        if (all)
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
 }
 
 QString MeterdRig::busctl(
