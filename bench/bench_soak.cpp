@@ -405,7 +405,7 @@ void printVerdicts(const Verdicts &verdicts)
         "  daemon running to the end, 0 D-Bus errors:          %s\n", verdict(verdicts.noErrors));
     std::printf("  every fault cleared was recovered:                  %s\n",
         verdict(verdicts.allRecovered));
-    std::printf("  RSS slope after %.0f min within +-%.0f kB/min:         %s\n", warmUpMinutes,
+    std::printf("  RSS slope after %.0f min within +-%.0f kB/min:           %s\n", warmUpMinutes,
         rssSlopeLimitKbPerMinute,
         verdicts.sanitized ? "not judged, AddressSanitizer's allocator"
                            : verdict(verdicts.slopeMet));
