@@ -1,8 +1,11 @@
 // The benchmark's D-Bus client, on libsystemd's sd-bus so that the client side costs the same
 // whichever service it calls. It makes --calls calls of one method, spread over --processes
 // processes that connect first and then start together, or, with --until-signal, calls in one
-// process until SIGTERM. It prints one line of key=value figures:
+// process until SIGTERM. With --spread an argument may list values separated by commas, and
+// call n takes value n modulo their count, so that one client reads several meters in turn.
+// It prints one line of key=value figures:
 //   calls=N errors=E seconds=S rate=R p50_us=A p99_us=B max_us=C
+// and the first failed calls on stderr, with the D-Bus error (a timeout is one too).
 
 #include <systemd/sd-bus.h>
 
@@ -30,10 +33,17 @@ struct Options
     std::string method;
     std::string signature;
     std::vector<std::string> arguments;
+    // The values each argument takes in turn: the argument itself, or its comma-separated
+    // values with --spread.
+    std::vector<std::vector<std::string>> choices;
     long calls = 10000;
     int processes = 1;
     bool untilSignal = false;
+    bool spread = false;
 };
+
+// Enough to tell what went wrong without flooding the output when every call fails.
+constexpr int reportedFailures = 5;
 
 // What one process measured; the processes share the monotonic clock.
 struct Header
@@ -53,6 +63,18 @@ int64_t nowNs()
     return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
+std::vector<std::string> split(const std::string &text)
+{
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (size_t comma = text.find(','); comma != std::string::npos; comma = text.find(',', start)) {
+        parts.push_back(text.substr(start, comma - start));
+        start = comma + 1;
+    }
+    parts.push_back(text.substr(start));
+    return parts;
+}
+
 bool parse(int argc, char *argv[], Options &options)
 {
     for (int i = 1; i < argc; ++i) {
@@ -60,6 +82,8 @@ bool parse(int argc, char *argv[], Options &options)
         const bool hasValue = i + 1 < argc;
         if (option == "--until-signal") {
             options.untilSignal = true;
+        } else if (option == "--spread") {
+            options.spread = true;
         } else if (option == "--signature" && hasValue) {
             options.signature = argv[++i];
             for (size_t n = 0; n < options.signature.size() && i + 1 < argc; ++n)
@@ -84,6 +108,8 @@ bool parse(int argc, char *argv[], Options &options)
             return false;
         }
     }
+    for (const std::string &argument : options.arguments)
+        options.choices.push_back(options.spread ? split(argument) : std::vector { argument });
     return !options.address.empty() && !options.service.empty() && !options.path.empty()
         && !options.interface.empty() && !options.method.empty()
         && options.arguments.size() == options.signature.size() && options.calls > 0
@@ -125,17 +151,33 @@ int appendArgument(sd_bus_message *message, char type, const std::string &text)
     }
 }
 
-bool callOnce(sd_bus *bus, const Options &options)
+void reportFailure(const Options &options, long index, int result, const sd_bus_error &error)
+{
+    std::string arguments;
+    for (const std::vector<std::string> &values : options.choices)
+        arguments += ' ' + values[size_t(index) % values.size()];
+    std::fprintf(stderr, "bench_client: %s%s failed: %s: %s\n", options.method.c_str(),
+        arguments.c_str(), error.name ? error.name : "no reply",
+        error.message ? error.message : std::strerror(-result));
+}
+
+// Call number index; a failure is described on stderr when describeFailure says so, unless the
+// call was cut short by the signal that ends the run.
+bool callOnce(sd_bus *bus, const Options &options, long index, bool describeFailure)
 {
     sd_bus_message *call = nullptr;
     sd_bus_message *reply = nullptr;
     sd_bus_error error = SD_BUS_ERROR_NULL;
     int result = sd_bus_message_new_method_call(bus, &call, options.service.c_str(),
         options.path.c_str(), options.interface.c_str(), options.method.c_str());
-    for (size_t i = 0; result >= 0 && i < options.arguments.size(); ++i)
-        result = appendArgument(call, options.signature[i], options.arguments[i]);
+    for (size_t i = 0; result >= 0 && i < options.choices.size(); ++i) {
+        const std::vector<std::string> &values = options.choices[i];
+        result = appendArgument(call, options.signature[i], values[size_t(index) % values.size()]);
+    }
     if (result >= 0)
         result = sd_bus_call(bus, call, 0, &error, &reply);
+    if (result < 0 && describeFailure && !stopRequested)
+        reportFailure(options, index, result, error);
     sd_bus_error_free(&error);
     sd_bus_message_unref(reply);
     sd_bus_message_unref(call);
@@ -185,7 +227,7 @@ int runWorker(const Options &options, long calls, int readyFd, int goFd, int res
     Header header { nowNs(), 0, 0, 0 };
     for (long i = 0; i < calls; ++i) {
         const int64_t before = nowNs();
-        header.errors += callOnce(bus, options) ? 0 : 1;
+        header.errors += callOnce(bus, options, i, header.errors < reportedFailures) ? 0 : 1;
         latencies.push_back(nowNs() - before);
     }
     header.endNs = nowNs();
@@ -227,9 +269,9 @@ int runUntilSignal(const Options &options)
     std::vector<int64_t> latencies;
     int64_t errors = 0;
     const int64_t start = nowNs();
-    while (!stopRequested) {
+    for (long index = 0; !stopRequested; ++index) {
         const int64_t before = nowNs();
-        const bool answered = callOnce(bus, options);
+        const bool answered = callOnce(bus, options, index, errors < reportedFailures);
         if (stopRequested && !answered)
             break; // cut short by the signal, not a failure of the service
         errors += answered ? 0 : 1;
@@ -307,7 +349,7 @@ int main(int argc, char *argv[])
     if (!parse(argc, argv, options)) {
         std::fprintf(stderr,
             "usage: bench_client --address ADDRESS --service NAME --path PATH --interface NAME "
-            "--method NAME [--calls N] [--processes P] [--until-signal] "
+            "--method NAME [--calls N] [--processes P] [--until-signal] [--spread] "
             "[--signature SIG ARGUMENT...]\n");
         return 2;
     }

@@ -10,6 +10,7 @@
 // Each throughput figure is the median of R runs (5) that alternate with the floor's.
 // --meterd runs another build of the daemon, e.g. one of an earlier commit, to compare with.
 
+#include "clientprocess.h"
 #include "meterdrig.h"
 #include "processstats.h"
 
@@ -28,22 +29,9 @@
 
 namespace {
 
-struct Target
-{
-    QString service;
-    QString path;
-    QString interface;
-};
-
-struct Call
-{
-    Target target;
-    QString method;
-    QString signature;
-    QStringList arguments;
-};
-
-using Figures = QMap<QString, double>;
+using Target = ClientProcess::Target;
+using Call = ClientProcess::Call;
+using Figures = ClientProcess::Figures;
 
 const Target meterdTarget { "com.ovra.slavecontroller", "/MeasurementManager",
     "com.ovra.slavecontroller.MeasurementManager" };
@@ -69,37 +57,6 @@ QString loadAverage()
                                           : QStringLiteral("?");
 }
 
-QStringList clientArguments(const QString &address, const Call &call)
-{
-    QStringList arguments { "--address", address, "--service", call.target.service, "--path",
-        call.target.path, "--interface", call.target.interface, "--method", call.method };
-    if (!call.signature.isEmpty())
-        arguments << "--signature" << call.signature << call.arguments;
-    return arguments;
-}
-
-Figures parseFigures(const QByteArray &output)
-{
-    Figures figures;
-    for (const QByteArray &pair : output.trimmed().split(' ')) {
-        const int equals = pair.indexOf('=');
-        if (equals > 0)
-            figures.insert(QString::fromLatin1(pair.left(equals)), pair.mid(equals + 1).toDouble());
-    }
-    return figures;
-}
-
-Figures runClient(const QString &address, const Call &call, int calls, int processes)
-{
-    QProcess client;
-    client.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    client.start(BENCH_CLIENT_BINARY,
-        clientArguments(address, call)
-            << "--calls" << QString::number(calls) << "--processes" << QString::number(processes));
-    client.waitForFinished(-1);
-    return parseFigures(client.readAllStandardOutput());
-}
-
 // The median of each figure over several runs.
 Figures median(const QList<Figures> &runs)
 {
@@ -123,50 +80,11 @@ Figures compareRuns(const QString &address, const Call &floorCall, const Call &m
     QList<Figures> floorRuns;
     QList<Figures> meterdRuns;
     for (int round = 0; round < rounds; ++round) {
-        floorRuns << runClient(address, floorCall, calls, clients);
-        meterdRuns << runClient(address, meterdCall, calls, clients);
+        floorRuns << ClientProcess::run(address, floorCall, calls, clients);
+        meterdRuns << ClientProcess::run(address, meterdCall, calls, clients);
     }
     runs = median(meterdRuns);
     return median(floorRuns);
-}
-
-// A client calling in a loop in the background until stopped.
-class LoopClient
-{
-public:
-    LoopClient(const QString &address, const Call &call)
-    {
-        _client.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        _client.start(BENCH_CLIENT_BINARY, clientArguments(address, call) << "--until-signal");
-        _client.waitForReadyRead(10000);
-        _client.readLine();
-    }
-
-    Figures stop()
-    {
-        _client.terminate();
-        _client.waitForFinished(-1);
-        return parseFigures(_client.readAllStandardOutput());
-    }
-
-private:
-    QProcess _client;
-};
-
-QByteArray procFile(qint64 pid, const QString &name)
-{
-    QFile file(QStringLiteral("/proc/%1/%2").arg(pid).arg(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// The number after "key:" in a /proc status-like text.
-qint64 procField(const QByteArray &text, const QByteArray &key)
-{
-    for (const QByteArray &line : text.split('\n')) {
-        if (line.startsWith(key + ':'))
-            return line.mid(key.size() + 1).trimmed().split(' ').value(0).toLongLong();
-    }
-    return 0;
 }
 
 struct ThreadSwitches
@@ -181,11 +99,11 @@ QMap<qint64, ThreadSwitches> threadSwitches(qint64 pid)
     QMap<qint64, ThreadSwitches> threads;
     const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
     for (const QString &tid : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QByteArray status = procFile(pid, "task/" + tid + "/status");
+        const QByteArray status = ProcessStats::procFile(pid, "task/" + tid + "/status");
         threads.insert(tid.toLongLong(),
-            { QString::fromUtf8(procFile(pid, "task/" + tid + "/comm")).trimmed(),
-                procField(status, "voluntary_ctxt_switches")
-                    + procField(status, "nonvoluntary_ctxt_switches") });
+            { QString::fromUtf8(ProcessStats::procFile(pid, "task/" + tid + "/comm")).trimmed(),
+                ProcessStats::field(status, "voluntary_ctxt_switches")
+                    + ProcessStats::field(status, "nonvoluntary_ctxt_switches") });
     }
     return threads;
 }
@@ -213,7 +131,8 @@ IdleCost measureIdle(qint64 pid, int seconds)
         cost.wakeupsPerSecond += perSecond;
         cost.perThread << QStringLiteral("%1 %2/s").arg(it->name).arg(perSecond, 0, 'f', 1);
     }
-    cost.privateDirtyKb = double(procField(procFile(pid, "smaps_rollup"), "Private_Dirty"));
+    cost.privateDirtyKb
+        = double(ProcessStats::field(ProcessStats::procFile(pid, "smaps_rollup"), "Private_Dirty"));
     return cost;
 }
 
@@ -225,19 +144,6 @@ QString ratio(double value, double floor)
 const char *verdict(bool met)
 {
     return met ? "ok" : "MISSED";
-}
-
-bool waitConnected(const MeterdRig &rig, const QStringList &paths)
-{
-    for (int waited = 0; waited < 300; ++waited) {
-        bool all = true;
-        for (const QString &path : paths)
-            all = all && rig.busctl("metervalues", "s", { path }).contains("Connected");
-        if (all)
-            return true;
-        QThread::msleep(100);
-    }
-    return false;
 }
 
 void printRun(const QByteArray &name, const Figures &run, const Figures &floor)
@@ -293,7 +199,7 @@ int main(int argc, char *argv[])
         int(sysconf(_SC_NPROCESSORS_ONLN)), qPrintable(loadAverage()), calls, idleSeconds);
 
     std::unique_ptr<MeterdRig> rig = startRig(fourMeters, fourMetersCorvix, daemon);
-    if (!rig || !waitConnected(*rig, { "modbus/1/7", "modbus/1/8", "modbus/1/9", "modbus/1/10" })) {
+    if (!rig || !rig->waitConnected({ "modbus/1/7", "modbus/1/8", "modbus/1/9", "modbus/1/10" })) {
         std::fprintf(stderr, "bench_dbus: the daemon did not start or its meters did not answer\n");
         return 1;
     }
@@ -314,7 +220,7 @@ int main(int argc, char *argv[])
     const Call metervalues { meterdTarget, "metervalues", "s", { "modbus/1/7" } };
     const Call registerRead { meterdTarget, "readModbusRegister", "qq", { "7", "11" } };
     for (const Call &call : { floorCurrent, floorMetervalues, current, metervalues })
-        runClient(address, call, 1000, 1);
+        ClientProcess::run(address, call, 1000, 1);
 
     std::printf("\nD-Bus calls, 4 meters polled, median of %d   %9s %9s %9s %10s   %s\n", rounds,
         "calls/s", "p50 us", "p99 us", "max us", "to floor");
@@ -323,8 +229,8 @@ int main(int argc, char *argv[])
     QMap<int, Figures> currentRuns;
     QMap<int, Figures> metervaluesRuns;
     for (int clients : { 1, 4 }) {
-        floor[clients] = compareRuns(address, floorCurrent, current, calls, clients, rounds,
-            currentRuns[clients]);
+        floor[clients] = compareRuns(
+            address, floorCurrent, current, calls, clients, rounds, currentRuns[clients]);
         floorMap[clients] = compareRuns(address, floorMetervalues, metervalues, calls, clients,
             rounds, metervaluesRuns[clients]);
     }
@@ -339,9 +245,11 @@ int main(int argc, char *argv[])
         qPrintable(ratio(metervaluesRuns[1].value("rate"), floor[1].value("rate"))),
         qPrintable(ratio(metervaluesRuns[4].value("rate"), floor[4].value("rate"))));
 
-    LoopClient registerLoop(address, registerRead);
-    const Figures duringRegisterReads = runClient(address, current, calls, 1);
+    ClientProcess registerLoop(address, registerRead);
+    const Figures duringRegisterReads = ClientProcess::run(address, current, calls, 1);
     const Figures registerReads = registerLoop.stop();
+    if (!registerLoop.failures().isEmpty())
+        std::fprintf(stderr, "%s\n", qPrintable(registerLoop.failures()));
     printRun("current, 1 client, registers read", duringRegisterReads, floor[1]);
     std::printf("register reads meanwhile: %.0f in %.1f s, %.1f/s, p50 %.1f ms, p99 %.1f ms%s\n",
         registerReads.value("calls"), registerReads.value("seconds"), registerReads.value("rate"),
@@ -365,11 +273,11 @@ int main(int argc, char *argv[])
     printIdle("meterd, 0 meters", noneIdle, floorIdle);
     printIdle("meterd, 4 meters", fourIdle, floorIdle);
 
-    const auto met = [&](const QMap<int, Figures> &runs, const QMap<int, Figures> &floors,
-                         int clients) {
-        return verdict(
-            runs[clients].value("rate") >= throughputTarget * floors[clients].value("rate"));
-    };
+    const auto met
+        = [&](const QMap<int, Figures> &runs, const QMap<int, Figures> &floors, int clients) {
+              return verdict(
+                  runs[clients].value("rate") >= throughputTarget * floors[clients].value("rate"));
+          };
     std::printf("\nTargets\n");
     std::printf("throughput >= %.2f of the floor, current, 1 / 4 clients:     %s / %s\n",
         throughputTarget, met(currentRuns, floor, 1), met(currentRuns, floor, 4));

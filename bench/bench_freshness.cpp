@@ -4,8 +4,8 @@
 // root, or inside unshare -rn with lo up.
 
 #include "meterdrig.h"
-#include "processstats.h"
 #include "metersimulator.h"
+#include "processstats.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -35,16 +35,6 @@ struct Freshness
     QString path;
     QString meter; // as the simulator names it
 };
-
-bool waitConnected(MeterdRig &rig, const QString &path)
-{
-    for (int waited = 0; waited < 300; ++waited) {
-        if (rig.busctl("metervalues", "s", { path }).contains("Connected"))
-            return true;
-        QThread::msleep(100);
-    }
-    return false;
-}
 
 // Sets a new voltage at a random moment of the poll cycle and polls D-Bus every millisecond
 // until it shows.
@@ -94,7 +84,7 @@ int main(int argc, char *argv[])
     if (network)
         meters += { { "modbus/127.0.0.41", "127.0.0.41" }, { "modbus/127.0.0.42", "127.0.0.42" } };
     for (const Freshness &meter : meters) {
-        if (!waitConnected(rig, meter.path)) {
+        if (!rig.waitConnected({ meter.path })) {
             std::fprintf(stderr, "bench_freshness: %s never connected\n", qPrintable(meter.path));
             return 1;
         }
@@ -112,8 +102,9 @@ int main(int argc, char *argv[])
     const double cpuBefore = ProcessStats::cpuSeconds(pid);
     QThread::sleep(loadSeconds);
     const double cpuSeconds = ProcessStats::cpuSeconds(pid) - cpuBefore;
-    std::printf("Reading 4 RS-485 and %d TCP meters for %d s: CPU %.2f %% of one core, RSS %s\n",
+    std::printf(
+        "Reading 4 RS-485 and %d TCP meters for %d s: CPU %.2f %% of one core, RSS %lld kB\n",
         network ? 2 : 0, loadSeconds, 100.0 * cpuSeconds / loadSeconds,
-        ProcessStats::rss(pid).constData());
+        static_cast<long long>(ProcessStats::rssKb(pid)));
     return 0;
 }

@@ -1,20 +1,32 @@
 #include "processstats.h"
 
+#include <QDir>
 #include <QFile>
 #include <QList>
-#include <QString>
 
 #include <unistd.h>
 
 namespace ProcessStats {
 
+QByteArray procFile(qint64 pid, const QString &name)
+{
+    QFile file(QStringLiteral("/proc/%1/%2").arg(pid).arg(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+qint64 field(const QByteArray &text, const QByteArray &key)
+{
+    for (const QByteArray &line : text.split('\n')) {
+        if (line.startsWith(key + ':'))
+            return line.mid(key.size() + 1).trimmed().split(' ').value(0).toLongLong();
+    }
+    return 0;
+}
+
 qint64 cpuTicks(qint64 pid)
 {
-    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!stat.open(QIODevice::ReadOnly))
-        return 0;
     // Fields after the command name: utime and stime are the 12th and 13th.
-    const QList<QByteArray> fields = stat.readAll().split(')').last().trimmed().split(' ');
+    const QList<QByteArray> fields = procFile(pid, "stat").split(')').last().trimmed().split(' ');
     return fields.value(11).toLongLong() + fields.value(12).toLongLong();
 }
 
@@ -23,16 +35,22 @@ double cpuSeconds(qint64 pid)
     return double(cpuTicks(pid)) / double(sysconf(_SC_CLK_TCK));
 }
 
-QByteArray rss(qint64 pid)
+qint64 rssKb(qint64 pid)
 {
-    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return {};
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed();
-    }
-    return {};
+    return field(procFile(pid, "status"), "VmRSS");
+}
+
+int openFds(qint64 pid)
+{
+    const QDir fds(QStringLiteral("/proc/%1/fd").arg(pid));
+    return fds.exists()
+        ? int(fds.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System).size())
+        : -1;
+}
+
+int threads(qint64 pid)
+{
+    return int(field(procFile(pid, "status"), "Threads"));
 }
 
 }

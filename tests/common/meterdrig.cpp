@@ -1,6 +1,7 @@
 #include "meterdrig.h"
 
 #include <QFile>
+#include <QThread>
 
 MeterdRig::MeterdRig(const QByteArray &scenario, const QByteArray &corvix,
     const QStringList &networkMeters, const QString &policyDirectory)
@@ -38,13 +39,35 @@ bool MeterdRig::start(const QStringList &extraEnvironment)
     _meterd.setProcessEnvironment(environment);
     _meterd.setStandardErrorFile(_files.path("meterd.log"));
     _meterd.start(_daemonBinary, {});
-    return _meterd.waitForStarted() && _notify.receive(10000).startsWith("READY=1");
+    if (!_meterd.waitForStarted() || !_notify.receive(10000).startsWith("READY=1"))
+        return false;
+    _notify.keepDraining();
+    return true;
+}
+
+bool MeterdRig::daemonRunning()
+{
+    _meterd.waitForFinished(0);
+    return _meterd.state() == QProcess::Running;
 }
 
 QString MeterdRig::daemonLog() const
 {
     QFile log(_files.path("meterd.log"));
     return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+}
+
+bool MeterdRig::waitConnected(const QStringList &paths) const
+{
+    for (int waited = 0; waited < 300; ++waited) {
+        bool all = true;
+        for (const QString &path : paths)
+            all = all && busctl("metervalues", "s", { path }).contains("Connected");
+        if (all)
+            return true;
+        QThread::msleep(100);
+    }
+    return false;
 }
 
 QString MeterdRig::busctl(

@@ -30,7 +30,11 @@ public:
 
     QString busAddress() const { return _bus.address(); }
     qint64 daemonPid() const { return _meterd.processId(); }
+    // False once the daemon has exited, by a crash or a sanitizer's abort say.
+    bool daemonRunning();
     QString daemonLog() const;
+    // Waits up to 30 s until metervalues shows every one of the meters "Connected".
+    bool waitConnected(const QStringList &paths) const;
 
     // Calls a method of the measurement service with busctl and returns what it printed, e.g.
     // "d 230.1"; arguments as busctl takes them after the signature.

@@ -7,6 +7,11 @@
 
 #include <cstring>
 
+namespace {
+// How long the drain waits at most before it looks whether it should stop.
+constexpr int drainPollMs = 200;
+}
+
 NotifySocket::NotifySocket()
 {
     _fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -19,6 +24,9 @@ NotifySocket::NotifySocket()
 
 NotifySocket::~NotifySocket()
 {
+    _stopDraining = true;
+    if (_drain.joinable())
+        _drain.join();
     close(_fd);
 }
 
@@ -36,4 +44,12 @@ QByteArray NotifySocket::receive(int timeoutMs)
     const ssize_t length = recv(_fd, buffer.data(), size_t(buffer.size()), 0);
     buffer.resize(length > 0 ? int(length) : 0);
     return buffer;
+}
+
+void NotifySocket::keepDraining()
+{
+    _drain = std::thread([this] {
+        while (!_stopDraining)
+            receive(drainPollMs);
+    });
 }
