@@ -7,7 +7,6 @@
 #include "settingvalue.h"
 #include "testfiles.h"
 
-#include <QRegularExpression>
 #include <QTest>
 
 #include <functional>
@@ -130,14 +129,6 @@ private slots:
         QFETCH(QVariant, expected);
         Unit unit(platformIni, chargemanagerIni, environment);
         QCOMPARE(unit.manager()->value(Setting::fromIndex(setting)).variant(), expected);
-    }
-
-    void identityWithoutAnySource()
-    {
-        Unit unit("[outlet]\nsize=1\n", chargemanagerIni, "");
-        auto manager = unit.manager();
-        QCOMPARE(manager->vendor().toString(), QStringLiteral("N/A"));
-        QCOMPARE(manager->model().toString(), QStringLiteral("N/A"));
     }
 
     // Computed settings this daemon has no value for.
@@ -332,17 +323,6 @@ private slots:
             QCOMPARE(Setting::fromPublicName(publicName), setting);
         else
             QVERIFY(setting.key().isEmpty() && !setting.defaultValue().isValid());
-    }
-
-    void chargeboxIdentityIsAFreshUuid()
-    {
-        const QString first = Setting(Settings::Chargeboxidentity).defaultValue().toString();
-        const QString second = Setting(Settings::Chargeboxidentity).defaultValue().toString();
-        QVERIFY2(QRegularExpression("^[0-9a-f]{8}-([0-9a-f]{4}-){3}[0-9a-f]{12}$")
-                     .match(first)
-                     .hasMatch(),
-            qPrintable(first));
-        QVERIFY(first != second);
     }
 
     void conversions_data()

@@ -189,12 +189,6 @@ private:
         return QDBusReply<QVariantMap>(_service->call("metervalues", path)).value();
     }
 
-    void waitConnected(const QString &path)
-    {
-        QTRY_COMPARE_WITH_TIMEOUT(
-            values(path).value("status").toString(), QStringLiteral("Connected"), 20000);
-    }
-
 private slots:
     void initTestCase()
     {
@@ -214,8 +208,10 @@ private slots:
             for (const QString &address : { pacAddress, em24Address })
                 QVERIFY(_rig->simulator("fault " + address + " frozen"));
         }
+        QStringList paths;
         for (int address : connectedAddresses)
-            waitConnected("modbus/1/" + QString::number(address));
+            paths << "modbus/1/" + QString::number(address);
+        QVERIFY(_rig->waitConnected(paths));
     }
 
     void cleanupTestCase()
@@ -346,7 +342,7 @@ private slots:
             _rig->busctl("readModbusRegister", "qq", { "65535", "11" }), QStringLiteral("q 0"));
         QCOMPARE(_rig->busctl("setModbusRegister", "qqq", { "248", "1", "1" }),
             QStringLiteral("b false"));
-        waitConnected("modbus/1/7");
+        QVERIFY(_rig->waitConnected({ "modbus/1/7" }));
     }
 
     void readingsAnsweredWhileRegisterAccessWaits()
@@ -461,8 +457,7 @@ private slots:
     {
         if (networkMeters().isEmpty())
             QSKIP("binding port 502 needs root (or run the suite inside unshare -rn)");
-        for (const QString &address : { pacAddress, em24Address })
-            waitConnected("modbus/" + address);
+        QVERIFY(_rig->waitConnected({ "modbus/" + pacAddress, "modbus/" + em24Address }));
         QCOMPARE(_rig->busctl("info", "s", { "modbus/" + pacAddress }),
             QStringLiteral("s \"PAC3220:\""));
         QVERIFY(near(number(_rig->busctl("current", "si", { "modbus/" + em24Address, "2" })), 5.2));

@@ -497,17 +497,9 @@ private slots:
         // Absence is reported once, however often detection fails.
         QCOMPARE(log.count("modbus.meter", QtCriticalMsg, "useContext No meter detected: 7"),
             detected ? 0 : 1);
-    }
-
-    // An EM300 on the line gives every meter at least 40 ms of quiet before a request.
-    void em300RaisesTheMinimumPause()
-    {
-        _slave->setRegister(11, 341);
-        ModbusMeter meter(slaveAddress, 2);
-        meter.useContext(_context);
-        QVERIFY(meter.isDetected());
-        ModbusUnit::raiseMinimumPauseMs(10);
-        QCOMPARE(ModbusUnit::minimumPauseMs(), 40);
+        // An EM300 on the line gives every meter at least 40 ms of quiet before a request.
+        if (line.contains("EM300"))
+            QCOMPARE(ModbusUnit::minimumPauseMs(), 40);
     }
 
     // The ISKRA meter has no identification code: its type comes from the configuration. It is

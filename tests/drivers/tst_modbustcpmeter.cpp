@@ -70,12 +70,6 @@ private:
     }
 
 private slots:
-    void request()
-    {
-        QCOMPARE(
-            ModbusDeviceIdentification::request(), QByteArray::fromHex("ABCD00000005FF2B0E0100"));
-    }
-
     void parse_data()
     {
         QTest::addColumn<QByteArray>("response");
