@@ -300,15 +300,15 @@ void printResources(const ProcessSamples &samples, double slopeAll, double slope
 {
     const ProcessSamples::Sample first = samples.first();
     const ProcessSamples::Sample last = samples.last();
+    const ProcessSamples::Sample peak = samples.peak();
     std::printf("\nDaemon, %lld samples every %d s   start      end      max\n",
         static_cast<long long>(samples.count()), sampleIntervalMs / 1000);
     std::printf("  RSS kB                      %8lld %8lld %8lld\n",
         static_cast<long long>(first.rssKb), static_cast<long long>(last.rssKb),
-        static_cast<long long>(samples.maxRssKb()));
+        static_cast<long long>(peak.rssKb));
+    std::printf("  open fds                    %8d %8d %8d\n", first.fds, last.fds, peak.fds);
     std::printf(
-        "  open fds                    %8d %8d %8d\n", first.fds, last.fds, samples.maxFds());
-    std::printf("  threads                     %8d %8d %8d\n", first.threads, last.threads,
-        samples.maxThreads());
+        "  threads                     %8d %8d %8d\n", first.threads, last.threads, peak.threads);
     std::printf("  RSS slope: %.2f kB/min over the whole run, %.2f kB/min after the first %.0f "
                 "min\n",
         slopeAll, slopeSettled, warmUpMinutes);

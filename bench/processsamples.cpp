@@ -11,31 +11,19 @@ ProcessSamples::ProcessSamples(qint64 pid)
 
 void ProcessSamples::take(double minutes)
 {
-    _samples.append({ minutes, ProcessStats::rssKb(_pid), ProcessStats::openFds(_pid),
-        ProcessStats::threads(_pid) });
+    const QByteArray status = ProcessStats::procFile(_pid, "status");
+    _samples.append({ minutes, ProcessStats::field(status, "VmRSS"), ProcessStats::openFds(_pid),
+        int(ProcessStats::field(status, "Threads")) });
 }
 
-qint64 ProcessSamples::maxRssKb() const
+ProcessSamples::Sample ProcessSamples::peak() const
 {
-    qint64 most = 0;
-    for (const Sample &sample : _samples)
-        most = std::max(most, sample.rssKb);
-    return most;
-}
-
-int ProcessSamples::maxFds() const
-{
-    int most = 0;
-    for (const Sample &sample : _samples)
-        most = std::max(most, sample.fds);
-    return most;
-}
-
-int ProcessSamples::maxThreads() const
-{
-    int most = 0;
-    for (const Sample &sample : _samples)
-        most = std::max(most, sample.threads);
+    Sample most;
+    for (const Sample &sample : _samples) {
+        most.rssKb = std::max(most.rssKb, sample.rssKb);
+        most.fds = std::max(most.fds, sample.fds);
+        most.threads = std::max(most.threads, sample.threads);
+    }
     return most;
 }
 

@@ -21,13 +21,11 @@ public:
     // Reads /proc now; minutes is the time into the run.
     void take(double minutes);
 
-    bool isEmpty() const { return _samples.isEmpty(); }
     qsizetype count() const { return _samples.size(); }
     Sample first() const { return _samples.value(0); }
     Sample last() const { return _samples.isEmpty() ? Sample() : _samples.last(); }
-    qint64 maxRssKb() const;
-    int maxFds() const;
-    int maxThreads() const;
+    // The largest value of each field over the run (minutes unused).
+    Sample peak() const;
     // Least-squares slope of the resident memory over the samples taken from fromMinutes on,
     // in kB per minute; 0 with fewer than two of them.
     double rssSlopeKbPerMinute(double fromMinutes) const;

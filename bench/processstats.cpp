@@ -48,9 +48,4 @@ int openFds(qint64 pid)
         : -1;
 }
 
-int threads(qint64 pid)
-{
-    return int(field(procFile(pid, "status"), "Threads"));
-}
-
 }

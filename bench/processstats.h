@@ -4,7 +4,7 @@
 #include <QString>
 #include <QtGlobal>
 
-// What /proc says about a process: CPU time used, memory, open files and threads.
+// What /proc says about a process: CPU time used, memory and open files.
 namespace ProcessStats {
 
 // The content of /proc/PID/NAME, empty when it cannot be read.
@@ -19,6 +19,5 @@ double cpuSeconds(qint64 pid);
 qint64 rssKb(qint64 pid);
 // Entries of /proc/PID/fd; -1 when the process is gone.
 int openFds(qint64 pid);
-int threads(qint64 pid);
 
 }
